@@ -1,0 +1,39 @@
+# The two commands of a fresh machine: `make demo` (the main job) and `make test`.
+# Both install the Debian packages they need first. CMAKE_ARGS passes options to
+# the configure step, e.g. `make test CMAKE_ARGS=-DORVANE_WERROR=ON`.
+
+CMAKE_ARGS ?=
+JOBS ?= 2
+
+.PHONY: deps demo test test-clang test-asan bench clean
+
+deps:
+	@scripts/install-deps.sh
+
+demo: deps
+	cmake --preset default $(CMAKE_ARGS)
+	cmake --build --preset default -j $(JOBS) --target orvane-offset-demo
+	./build/apps/orvane-offset-demo
+
+test: deps
+	cmake --preset default $(CMAKE_ARGS)
+	cmake --build --preset default -j $(JOBS)
+	ctest --preset default
+
+test-clang: deps
+	cmake --preset clang $(CMAKE_ARGS)
+	cmake --build --preset clang -j $(JOBS)
+	ctest --preset clang
+
+test-asan: deps
+	cmake --preset asan $(CMAKE_ARGS)
+	cmake --build --preset asan -j $(JOBS)
+	ctest --preset asan
+
+bench: deps
+	cmake --preset default $(CMAKE_ARGS)
+	cmake --build --preset default -j $(JOBS)
+	./build/bench/orvane-bench-offset
+
+clean:
+	rm -rf build build-clang build-asan

@@ -1,0 +1,38 @@
+#ifndef ORVANE_ORVANECALIBRATION_H
+#define ORVANE_ORVANECALIBRATION_H
+
+// Every exported name of orvane-calibration, with the image model, the reference
+// stores and the logger of its sibling libraries.
+
+#include "image/Coordinates.h"
+#include "image/ImageAcquisition.h"
+#include "image/ImageBuffer.h"
+#include "image/ImageBufferExtract.h"
+#include "image/ImageCollection.h"
+#include "image/ImageCollector.h"
+#include "image/ImageCollectorBase.h"
+#include "image/ImageCollectorRegistry.h"
+#include "image/ImagePixelRect.h"
+#include "image/QuadPart.h"
+#include "image/ROI.h"
+
+#include "interfaces/BaseException.h"
+#include "interfaces/CalibrationException.h"
+#include "interfaces/ImageFileException.h"
+#include "interfaces/ImageFormatException.h"
+#include "interfaces/Reference.h"
+#include "interfaces/ReferenceException.h"
+#include "interfaces/ReferenceOffsetSimple.h"
+#include "interfaces/logger.h"
+#include "interfaces/loglevel.h"
+
+#include "parameters/OffsetDynamicParameters.h"
+
+#include "calibration/CalibrationBase.h"
+#include "calibration/CalibrationOffsetBase.h"
+#include "calibration/CalibrationOffsetDynamic.h"
+#include "calibration/CalibrationOffsetPreview.h"
+#include "calibration/LogAndThrow.h"
+#include "calibration/LogEntry.h"
+
+#endif

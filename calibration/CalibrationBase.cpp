@@ -1,0 +1,3 @@
+#include "calibration/CalibrationBase.h"
+
+CalibrationBase::~CalibrationBase() = default;

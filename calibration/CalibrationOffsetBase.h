@@ -1,0 +1,50 @@
+#ifndef ORVANE_CALIBRATION_CALIBRATIONOFFSETBASE_H
+#define ORVANE_CALIBRATION_CALIBRATIONOFFSETBASE_H
+
+#include "calibration/CalibrationBase.h"
+#include "image/ImageAcquisition.h"
+#include "image/ImageCollection.h"
+
+#include <boost/shared_ptr.hpp>
+
+// The averaging machine of the offset calibrations. A series runs from the first
+// AccumulateOffset after a closing to the next _DivideAccumulationAndUpdate or
+// DeleteAccumulation; it holds one float work image from the pool, the running sum
+// (float, one pass per frame), which carries the properties of its last frame.
+class CalibrationOffsetBase : public CalibrationBase {
+public:
+    CalibrationOffsetBase();
+    ~CalibrationOffsetBase() override;
+
+    // Opens the float account with the pool and reserves one image; once only.
+    void Init() override;
+    // Ends any open series and gives the account back.
+    void Clear() override;
+
+    // Adds a frame to the series: the first frame is assigned, later ones added.
+    // Needs Init. A frame of another size is not refused: the pixels processed are
+    // those that both images have.
+    void AccumulateOffset(ImagePtr<unsigned short> image);
+    // Drops the open series unused; does nothing when none is open.
+    void DeleteAccumulation();
+
+protected:
+    // Releases the work image, closes the account and ends the open series.
+    void _Clear();
+    // Closes the series into target: target = accumulation / frameCount + 0.5, the
+    // quotient rounded to float and the sum truncated (the mean, rounded half up),
+    // with the properties of the series' last frame.
+    void _DivideAccumulationAndUpdate(ImagePtr<unsigned short> target);
+
+    boost::shared_ptr<ImageCollection<float>> collection;
+    int width = 0;
+    int height = 0;
+    ImagePtr<float> accumulation;
+    bool initialized = false;
+    int frameCount = 0;
+
+private:
+    void _EndSeries();
+};
+
+#endif

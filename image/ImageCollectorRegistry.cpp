@@ -1,0 +1,8 @@
+#include "image/ImageCollectorRegistry.h"
+
+ImageCollectorRegistry& ImageCollectorRegistry::Instance() {
+    // Deliberately never destroyed: collectors must outlive every image and account,
+    // including those of static objects destroyed at exit.
+    static ImageCollectorRegistry* const registry = new ImageCollectorRegistry();
+    return *registry;
+}

@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs every Debian package that building and testing orvane-calibration needs.
+# Idempotent: does nothing when all are present.
+set -euo pipefail
+
+packages=(
+    build-essential g++ clang cmake ninja-build make
+    libboost-dev libboost-program-options-dev
+    libgtest-dev libgmock-dev googletest libbenchmark-dev
+)
+
+missing=()
+for package in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+        missing+=("$package")
+    fi
+done
+
+if [ ${#missing[@]} -eq 0 ]; then
+    exit 0
+fi
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+    sudo="sudo"
+fi
+echo "install-deps: installing ${missing[*]}"
+$sudo apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y --no-install-recommends "${missing[@]}"

@@ -1,0 +1,59 @@
+#ifndef ORVANE_TESTS_TESTIMAGES_H
+#define ORVANE_TESTS_TESTIMAGES_H
+
+// Frames and log capture shared by the test suites.
+
+#include "OrvaneCalibration.h"
+
+#include <boost/make_shared.hpp>
+
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+namespace orvane {
+namespace test {
+
+// An image of width x height whose pixels are `values` row after row (the rest 0).
+template <typename T>
+ImagePtr<T> MakeImage(int width, int height, std::initializer_list<T> values = {}) {
+    auto image = boost::make_shared<ImageAcquisition<T>>(width, height);
+    int i = 0;
+    for (T value : values) {
+        if (i < image->GetPixelCount()) image->GetData()[i++] = value;
+    }
+    return image;
+}
+
+// An image of width x height with every pixel `value`.
+template <typename T>
+ImagePtr<T> MakeFilled(int width, int height, T value) {
+    auto image = boost::make_shared<ImageAcquisition<T>>(width, height);
+    std::fill(image->GetData(), image->GetData() + image->GetPixelCount(), value);
+    return image;
+}
+
+template <typename T>
+std::vector<T> Pixels(const ImagePtr<T>& image) {
+    return std::vector<T>(image->GetData(), image->GetData() + image->GetPixelCount());
+}
+
+// Collects the lines the logger delivers while it lives.
+class LogCapture {
+public:
+    LogCapture()
+        : handle(logger::manager().add_sink([this](const std::string& line) { lines.push_back(line); })) {}
+    ~LogCapture() { logger::manager().remove_sink(handle); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    std::vector<std::string> lines;
+
+private:
+    int handle;
+};
+
+}  // namespace test
+}  // namespace orvane
+
+#endif
