@@ -23,15 +23,21 @@
 #include "interfaces/Reference.h"
 #include "interfaces/ReferenceException.h"
 #include "interfaces/ReferenceOffsetSimple.h"
+#include "interfaces/ReferenceOffsetTimeGrid.h"
 #include "interfaces/logger.h"
 #include "interfaces/loglevel.h"
 
 #include "parameters/OffsetDynamicParameters.h"
+#include "parameters/OffsetDynamicParametersSet.h"
+#include "parameters/OffsetParameters.h"
+#include "parameters/OffsetTimeGridParametersSet.h"
+#include "parameters/ParametersSet.h"
 
 #include "calibration/CalibrationBase.h"
 #include "calibration/CalibrationOffsetBase.h"
 #include "calibration/CalibrationOffsetDynamic.h"
 #include "calibration/CalibrationOffsetPreview.h"
+#include "calibration/CalibrationOffsetTimeGrid.h"
 #include "calibration/LogAndThrow.h"
 #include "calibration/LogEntry.h"
 

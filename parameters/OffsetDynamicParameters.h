@@ -3,7 +3,7 @@
 
 // Parameters of CalibrationOffsetDynamic.
 struct OffsetDynamicParameters {
-    float Weight;  // share of a new frame when it is blended into the offset
+    float Weight = 0.0f;  // share of a new frame when it is blended into the offset
 };
 
 #endif

@@ -5,7 +5,6 @@
 #include <boost/property_tree/exceptions.hpp>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
@@ -187,35 +186,4 @@ TEST(ImagePixelRect, FloatExtractIsWrittenTruncatedIntoTheRectangleRows) {
         }
         EXPECT_EQ(expected, Pixels(target));
     }
-}
-
-TEST(Geometry, RoiBeginsWithRowsAndSizesQuadPartWithColumnsAndEnds) {
-    const ROI roi(1, 2, 3, 4);
-    EXPECT_EQ(1, roi.top);
-    EXPECT_EQ(2, roi.left);
-    EXPECT_EQ(3, roi.height);
-    EXPECT_EQ(4, roi.width);
-    EXPECT_EQ(8u, sizeof(ROI));
-    EXPECT_EQ(0u, offsetof(ROI, top));
-    EXPECT_EQ(2u, offsetof(ROI, left));
-    EXPECT_EQ(4u, offsetof(ROI, height));
-    EXPECT_EQ(6u, offsetof(ROI, width));
-    EXPECT_NE(ROI(2, 1, 3, 4), roi);
-
-    const QuadPart quad(1, 2, 3, 4);
-    EXPECT_EQ(1, quad.columnBegin);
-    EXPECT_EQ(2, quad.columnEnd);
-    EXPECT_EQ(3, quad.rowBegin);
-    EXPECT_EQ(4, quad.rowEnd);
-    EXPECT_EQ(8u, sizeof(QuadPart));
-    EXPECT_EQ(0u, offsetof(QuadPart, columnBegin));
-    EXPECT_EQ(2u, offsetof(QuadPart, columnEnd));
-    EXPECT_EQ(4u, offsetof(QuadPart, rowBegin));
-    EXPECT_EQ(6u, offsetof(QuadPart, rowEnd));
-    EXPECT_NE(QuadPart(1, 2, 4, 3), quad);
-
-    const Coordinates c{5, 6};
-    EXPECT_EQ(5, c.x);
-    EXPECT_EQ(6, c.y);
-    EXPECT_EQ(0u, offsetof(Coordinates, x));
 }

@@ -1,0 +1,5 @@
+#include "parameters/OffsetDynamicParametersSet.h"
+
+OffsetDynamicParametersSet::OffsetDynamicParametersSet() {
+    row("").Weight = 0.125f;
+}

@@ -1,0 +1,7 @@
+// The exported parameter sets, defined in this one file so that they are built at
+// library load in this order.
+#include "parameters/OffsetDynamicParametersSet.h"
+#include "parameters/OffsetTimeGridParametersSet.h"
+
+OffsetDynamicParametersSet s_OffsetDynamicParametersSet;
+OffsetTimeGridParametersSet s_OffsetTimeGridParametersSet;

@@ -1,0 +1,158 @@
+#include "TestImages.h"
+
+#include "calibration/CalibrationOffsetTimeGrid.h"
+#include "parameters/OffsetTimeGridParametersSet.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using orvane::test::LogCapture;
+using orvane::test::MakeFilled;
+using orvane::test::MakeImage;
+using orvane::test::Pixels;
+
+namespace {
+
+using Frame = ImagePtr<unsigned short>;
+
+Frame MakeFrame(int width, unsigned short value, long long time, float temperature) {
+    Frame frame = MakeFilled<unsigned short>(width, 1, value);
+    frame->SetProperty("image.time", time);
+    frame->SetProperty("image.temperature", temperature);
+    return frame;
+}
+
+// A grid of delta times 0, 10 and 20 (stand-by 10), each test with its own width.
+struct TimeGridFixture {
+    explicit TimeGridFixture(int width, const OffsetParameters& parameters = s_OffsetTimeGridParametersSet.lookup("Birch"))
+        : width(width),
+          store(boost::make_shared<ReferenceOffsetTimeGrid>(width, 1, std::vector<int>{0, 10, 20})),
+          calibration(parameters, store, 10) {}
+
+    // Stores a grid entry of value 0 taken at time 0, temperature 30.
+    void StoreEntry(int deltaTime) {
+        calibration.Init();
+        calibration.AccumulateOffset(MakeFrame(width, 0, 0, 30.0f));
+        calibration.DivideAccumulationAndUpdate(deltaTime);
+    }
+
+    // The share c of a frame of value 10000 blended into the zero entry of delta
+    // time 0 with the given distances: the result is trunc((float)(10000 * c)).
+    float Share(float deltaTemperature, long long timeDifference) {
+        StoreEntry(0);
+        calibration.UpdateSingleOffsetRef(0, MakeFrame(width, 10000, timeDifference, 30.0f + deltaTemperature), false);
+        return store->Get(0)->GetData()[0] / 10000.0f;
+    }
+
+    int width;
+    boost::shared_ptr<ReferenceOffsetTimeGrid> store;
+    CalibrationOffsetTimeGrid calibration;
+};
+
+}  // namespace
+
+TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
+    struct Case { float deltaTemperature; long long timeDifference; float share; };
+    // Time differences are in "image.time" units; the classes count steps of 60.
+    const Case cases[] = {{0.3f, 10 * 60, 0.1f}, {0.5f, 20 * 60, 0.1f}, {0.6f, 0, 0.2f},
+                          {1.5f, 0, 0.3f},       {2.0f, 0, 0.4f},       {2.1f, 0, 0.5f},
+                          {7.0f, 0, 0.5f},       {0.0f, 21 * 60, 0.2f}, {0.0f, 80 * 60, 0.4f},
+                          {0.0f, 81 * 60, 0.5f}, {1.2f, 85 * 60, 0.5f}, {0.0f, -81 * 60, 0.5f},
+                          {0.0f, 21 * 60 - 1, 0.1f}};
+    int width = 11;
+    for (const Case& c : cases) {
+        TimeGridFixture f(width++);
+        EXPECT_FLOAT_EQ(c.share, f.Share(c.deltaTemperature, c.timeDifference))
+            << "dT " << c.deltaTemperature << " dt " << c.timeDifference;
+    }
+}
+
+TEST(CalibrationOffsetTimeGrid, BlendRoundsEachProductAndTruncatesTheSum) {
+    TimeGridFixture f(31);
+    f.StoreEntry(20);
+    *f.store->Get(20)->GetBuffer() = *f.store->Get(20)->GetBuffer() + 40001.0f;
+    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(31, 12347, 60 * 30, 30.2f), true);  // c = 0.2
+    const float c = 0.2f, v = static_cast<float>(1.0 - c);
+    const double sum = static_cast<double>(static_cast<float>(12347.0 * c)) +
+                       static_cast<double>(static_cast<float>(40001.0 * v));
+    EXPECT_EQ(static_cast<unsigned short>(sum), f.store->Get(20)->GetData()[0]);
+    EXPECT_EQ(60 * 30, f.store->Get(20)->GetProperty<long long>("image.time"));
+}
+
+TEST(CalibrationOffsetTimeGrid, StandbyIsUpdatedOnlyForItsDeltaTimeWhenAsked) {
+    TimeGridFixture f(32);
+    f.StoreEntry(10);
+    f.calibration.InitOffsetStandBy();
+    EXPECT_EQ(0, f.store->GetStandbyOffset()->GetProperty<long long>("image.time"));
+
+    f.calibration.UpdateSingleOffsetRef(10, MakeFrame(32, 10000, 0, 37.0f), true);
+    EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
+    EXPECT_EQ(0, f.store->Get(10)->GetData()[0]);
+
+    f.calibration.UpdateSingleOffsetRef(10, MakeFrame(32, 10000, 0, 37.0f), false);
+    EXPECT_EQ(5000, f.store->Get(10)->GetData()[0]);
+    EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
+
+    f.StoreEntry(20);
+    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(32, 10000, 0, 37.0f), true);
+    EXPECT_EQ(5000, f.store->Get(20)->GetData()[0]);
+    EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
+}
+
+TEST(CalibrationOffsetTimeGrid, MissingPropertyFailsAndLeavesTheEntryAsItWas) {
+    TimeGridFixture f(33);
+    f.StoreEntry(0);
+    Frame frame = MakeFilled<unsigned short>(33, 1, 500);
+    frame->SetProperty("image.temperature", 30.0f);
+    LogCapture log;
+    try {
+        f.calibration.UpdateSingleOffsetRef(0, frame, false);
+        FAIL() << "no exception";
+    } catch (const CalibrationException& e) {
+        EXPECT_NE(std::string::npos,
+                  std::string(e.what()).find("): CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed"));
+    }
+    EXPECT_EQ(std::vector<unsigned short>(33, 0), Pixels(f.store->Get(0)));
+    EXPECT_EQ(0, f.store->Get(0)->GetProperty<long long>("image.time"));
+    EXPECT_EQ("I CalibrationOffsetTimeGrid : UpdateSingleOffsetRef\n", log.lines.front());
+}
+
+TEST(CalibrationOffsetTimeGrid, ListsShorterThanTwoFailTheUpdate) {
+    const OffsetParameters& unknown = s_OffsetTimeGridParametersSet.lookup("Willow");
+    TimeGridFixture f(34, unknown);
+    f.StoreEntry(0);
+    EXPECT_THROW(f.calibration.UpdateSingleOffsetRef(0, MakeFrame(34, 1, 0, 30.0f), false), CalibrationException);
+}
+
+TEST(CalibrationOffsetTimeGrid, UnknownDeltaTimeFailsWithItsMessages) {
+    TimeGridFixture f(35);
+    f.calibration.Init();
+    f.calibration.AccumulateOffset(MakeFrame(35, 7, 0, 30.0f));
+    try {
+        f.calibration.DivideAccumulationAndUpdate(15);
+        FAIL() << "no exception";
+    } catch (const CalibrationException& e) {
+        EXPECT_NE(std::string::npos,
+                  std::string(e.what()).find("): CalibrationOffsetTimeGrid: DivideAccumulationAndUpdate "
+                                             "failed due to wrong indice delta time"));
+    }
+    // The series stays open and closes into a known entry.
+    f.calibration.DivideAccumulationAndUpdate(20);
+    EXPECT_EQ(7, f.store->Get(20)->GetData()[0]);
+    // The store's own refusal in an update reaches the caller unchanged.
+    EXPECT_THROW(f.calibration.UpdateSingleOffsetRef(15, MakeFrame(35, 1, 0, 30.0f), false), ReferenceException);
+}
+
+TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTime) {
+    ReferenceOffsetTimeGrid grid(3, 2, {0, 60, 600});
+    EXPECT_EQ(3, grid.GetNbReferences());
+    EXPECT_EQ(grid.GetAt(1), grid.Get(60));
+    EXPECT_NE(grid.GetAt(0), grid.GetStandbyOffset());
+    EXPECT_EQ(6, grid.GetAt(2)->GetPixelCount());
+    EXPECT_THROW(grid.GetAt(3), ReferenceException);
+    EXPECT_THROW(grid.GetAt(-1), ReferenceException);
+    EXPECT_THROW(grid.Get(61), ReferenceException);
+    EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {}), ReferenceException);
+    EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {0, 60, 0}), ReferenceException);
+}
