@@ -31,13 +31,16 @@
 #include "parameters/OffsetDynamicParametersSet.h"
 #include "parameters/OffsetParameters.h"
 #include "parameters/OffsetTimeGridParametersSet.h"
+#include "parameters/ParameterRecords.h"
 #include "parameters/ParametersSet.h"
+#include "parameters/ROIFormula.h"
 
 #include "calibration/CalibrationBase.h"
 #include "calibration/CalibrationOffsetBase.h"
 #include "calibration/CalibrationOffsetDynamic.h"
 #include "calibration/CalibrationOffsetPreview.h"
 #include "calibration/CalibrationOffsetTimeGrid.h"
+#include "calibration/CalibrationTools.h"
 #include "calibration/LogAndThrow.h"
 #include "calibration/LogEntry.h"
 
