@@ -31,6 +31,7 @@
 #include "parameters/OffsetDynamicParametersSet.h"
 #include "parameters/OffsetParameters.h"
 #include "parameters/OffsetTimeGridParametersSet.h"
+#include "parameters/FormulaCalculator.h"
 #include "parameters/ParameterRecords.h"
 #include "parameters/ParametersSet.h"
 #include "parameters/ROIFormula.h"
