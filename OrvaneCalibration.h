@@ -42,6 +42,7 @@
 #include "calibration/CalibrationOffsetPreview.h"
 #include "calibration/CalibrationOffsetTimeGrid.h"
 #include "calibration/CalibrationTools.h"
+#include "calibration/DefectMapChecker.h"
 #include "calibration/LogAndThrow.h"
 #include "calibration/LogEntry.h"
 

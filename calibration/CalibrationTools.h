@@ -4,5 +4,6 @@
 // The free functions that the calibration classes share, one header per family.
 
 #include "calibration/HighPassMedian.h"
+#include "calibration/ImageStatistics.h"
 
 #endif

@@ -1,0 +1,235 @@
+#include "calibration/ImageStatistics.h"
+
+#include "calibration/LogAndThrow.h"
+#include "calibration/LogEntry.h"
+#include "interfaces/CalibrationException.h"
+
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <utility>
+
+namespace orvane {
+namespace detail {
+namespace {
+
+// First pixel of row `row` of the area, in an image of row length `width`.
+inline std::ptrdiff_t AreaRowStart(const ROI& area, int width, int row) {
+    return static_cast<std::ptrdiff_t>(area.top + row) * width + area.left;
+}
+
+// A level truncated toward zero through 32 bits; what has no 32-bit value gives the
+// lowest 32-bit integer, as a hardware conversion does, below every range of levels.
+inline float QuantisedLevel(double q) {
+    const bool inRange = q > -2147483649.0 && q < 2147483648.0;
+    return static_cast<float>(inRange ? static_cast<std::int32_t>(q)
+                                      : std::numeric_limits<std::int32_t>::min());
+}
+
+// KeepInRange in place with the band (float)(centre -+ t), t = (float)(factor * spread).
+inline int KeepAround(float* values, int count, float centre, int factor, float spread) {
+    const float t = static_cast<float>(static_cast<double>(factor) * spread);
+    const float low = static_cast<float>(static_cast<double>(centre) - t);
+    const float high = static_cast<float>(static_cast<double>(centre) + t);
+    return KeepInRange(values, values, static_cast<unsigned>(count), low, high);
+}
+
+}  // namespace
+}  // namespace detail
+}  // namespace orvane
+
+void GetMinMax(const ImagePtr<float>& image, ROI area, float& min, float& max) {
+    if (!image || !image->GetData()) {
+        LogAndThrow<CalibrationException>("CalibrationTools : GetMinMax failed due to null pointer",
+                                          __FILE__, __LINE__);
+    }
+    const float* pixels = image->GetData();
+    const int width = image->GetWidth();
+    float low = min;
+    float high = max;
+    for (int row = 0; row < area.height; ++row) {
+        const float* line = pixels + orvane::detail::AreaRowStart(area, width, row);
+        for (int column = 0; column < area.width; ++column) {
+            const float v = line[column];
+            if (v > high) high = v;
+            if (v < low) low = v;
+        }
+    }
+    min = low;
+    max = high;
+}
+
+void ComputeScalingParameters(int levels, float min, float max, float& slope, float& offset) {
+    slope = static_cast<float>(static_cast<double>(levels - 1) /
+                               (static_cast<double>(max) - static_cast<double>(min)));
+    offset = min;
+}
+
+void ComputeScalingQuantification(const ImagePtr<float>& source, const ImagePtr<float>& target,
+                                  ROI area, float slope, float offset) {
+    orvane::detail::LogInfo("Scaling and Quantification - Slope = ", slope, " Offset = ", offset);
+    if (!source || !target || !source->GetData() || !target->GetData()) {
+        LogAndThrow<CalibrationException>(
+            "CalibrationTools : ComputeScalingQuantification failed due to null pointer", __FILE__,
+            __LINE__);
+    }
+    const float* from = source->GetData();
+    float* to = target->GetData();
+    const int width = source->GetWidth();
+    const double o = offset;
+    const double s = slope;
+    for (int row = 0; row < area.height; ++row) {
+        const std::ptrdiff_t start = orvane::detail::AreaRowStart(area, width, row);
+        const float* in = from + start;
+        float* out = to + start;
+        for (int column = 0; column < area.width; ++column) {
+            out[column] =
+                orvane::detail::QuantisedLevel((static_cast<double>(in[column]) - o) * s + 0.5);
+        }
+    }
+}
+
+template <typename T>
+unsigned long CountPositivePixels(const ImagePtr<T>& image) {
+    const T* pixels = image->GetData();
+    return static_cast<unsigned long>(
+        std::count_if(pixels, pixels + image->GetPixelCount(), [](T v) { return v > T(0); }));
+}
+
+template unsigned long CountPositivePixels<float>(const ImagePtr<float>&);
+template unsigned long CountPositivePixels<unsigned char>(const ImagePtr<unsigned char>&);
+
+// Hoare partition around the median of the first, middle and last value of
+// [lo, hi]. Every scan stops at a value for which its comparison is false: the
+// rightward one at the last value (ordered against the pivot) or at any value it
+// swapped before, the leftward one at the pivot parked at lo + 1, so no scan leaves
+// [lo, hi] whatever the comparisons answer (also for NaN).
+float SelectMedian(float* values, unsigned count) {
+    if (count == 0) {
+        return std::numeric_limits<float>::quiet_NaN();
+    }
+    float* const v = values;
+    const std::size_t k = (count - 1) / 2;
+    std::size_t lo = 0;
+    std::size_t hi = count - 1;
+    while (lo + 1 < hi && lo <= k && k <= hi) {
+        const std::size_t mid = lo + (hi - lo) / 2;
+        if (v[mid] < v[lo]) std::swap(v[mid], v[lo]);
+        if (v[hi] < v[lo]) std::swap(v[hi], v[lo]);
+        if (v[hi] < v[mid]) std::swap(v[hi], v[mid]);
+        const float pivot = v[mid];
+        std::swap(v[mid], v[lo + 1]);
+        std::size_t i = lo + 1;
+        std::size_t j = hi;
+        for (;;) {
+            do ++i; while (v[i] < pivot);
+            do --j; while (pivot < v[j]);
+            if (j < i) break;
+            std::swap(v[i], v[j]);
+        }
+        v[lo + 1] = v[j];
+        v[j] = pivot;
+        // The pivot is in its place at j; what is left of it is not above it, what
+        // is right of it not below it.
+        if (j >= k) hi = j - 1;
+        if (j <= k) lo = i;
+    }
+    if (lo + 1 == hi && v[hi] < v[lo]) {
+        std::swap(v[lo], v[hi]);
+    }
+    return v[k];
+}
+
+int KeepInRange(const float* source, float* target, unsigned count, float low, float high) {
+    unsigned kept = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        const float v = source[i];
+        if (low <= v && v <= high) {
+            target[kept++] = v;
+        }
+    }
+    return static_cast<int>(kept);
+}
+
+void MeanAndSigma(const float* values, int count, float& mean, float& sigma) {
+    double sum = 0.0;
+    for (int i = 0; i < count; ++i) {
+        sum += values[i];
+    }
+    const float m = static_cast<float>(sum / count);
+    double squares = 0.0;
+    for (int i = 0; i < count; ++i) {
+        const double d = static_cast<float>(static_cast<double>(values[i]) - m);
+        squares += d * d;
+    }
+    mean = m;
+    sigma = static_cast<float>(std::sqrt(squares / count));
+}
+
+float ClippedMean(float* values, int count, int sigmaFactor, float tolerance) {
+    float mean;
+    float sigma;
+    MeanAndSigma(values, count, mean, sigma);
+    for (;;) {
+        const float previous = mean;
+        const int kept = orvane::detail::KeepAround(values, count, previous, sigmaFactor, sigma);
+        if (kept == count) {
+            return mean;
+        }
+        count = kept;
+        MeanAndSigma(values, count, mean, sigma);
+        const float change = static_cast<float>(
+            std::fabs(static_cast<double>(previous) - static_cast<double>(mean)));
+        if (!(change >= static_cast<double>(previous) * tolerance && sigma > 0.0f)) {
+            return mean;
+        }
+    }
+}
+
+float ClippedSigma(float* values, int count, int sigmaFactor, float tolerance) {
+    float mean;
+    float sigma;
+    MeanAndSigma(values, count, mean, sigma);
+    for (;;) {
+        const float previous = sigma;
+        const int kept = orvane::detail::KeepAround(values, count, mean, sigmaFactor, previous);
+        if (kept == count) {
+            return sigma;
+        }
+        count = kept;
+        MeanAndSigma(values, count, mean, sigma);
+        const double change = std::fabs(static_cast<double>(previous) - static_cast<double>(sigma));
+        if (!(change >= static_cast<double>(previous) * tolerance && sigma > 0.0f)) {
+            return sigma;
+        }
+    }
+}
+
+void ComputeGFAMeanAndSigma(const float* values, float* scratch, unsigned count, int sigmaFactor,
+                            float tolerance, float low, float high, float& mean, float& sigma) {
+    int kept = KeepInRange(values, scratch, count, low, high);
+    mean = ClippedMean(scratch, kept, sigmaFactor, tolerance);
+    kept = KeepInRange(values, scratch, count, low, high);
+    sigma = ClippedSigma(scratch, kept, sigmaFactor, tolerance);
+}
+
+void ComputeGFAMeanAndSigma(const float* values, unsigned count, int sigmaFactor, float tolerance,
+                            float low, float high, float& mean, float& sigma) {
+    const std::unique_ptr<float[]> scratch(new float[count]);
+    ComputeGFAMeanAndSigma(values, scratch.get(), count, sigmaFactor, tolerance, low, high, mean,
+                           sigma);
+}
+
+void ComputeGFAMeanAndSigma(const ImagePtr<float>& image, ROI area, int sigmaFactor,
+                            float tolerance, float low, float high, float& mean, float& sigma) {
+    const auto pixels = boost::make_shared<ImageAcquisition<float>>(area.width, area.height);
+    *pixels->GetBuffer() = image->GetBuffer()->Extract(area.left, area.top, area.width, area.height,
+                                                       image->GetWidth(), image->GetHeight());
+    ComputeGFAMeanAndSigma(pixels->GetData(), static_cast<unsigned>(pixels->GetPixelCount()),
+                           sigmaFactor, tolerance, low, high, mean, sigma);
+}
