@@ -27,6 +27,8 @@
 #include "interfaces/logger.h"
 #include "interfaces/loglevel.h"
 
+#include "tools/ImageFxdFile.h"
+
 #include "parameters/OffsetDynamicParameters.h"
 #include "parameters/OffsetDynamicParametersSet.h"
 #include "parameters/OffsetParameters.h"

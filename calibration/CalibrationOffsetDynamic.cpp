@@ -1,5 +1,6 @@
 #include "calibration/CalibrationOffsetDynamic.h"
 
+#include "calibration/CalibrationOptions.h"
 #include "calibration/LogAndThrow.h"
 #include "calibration/LogEntry.h"
 #include "interfaces/CalibrationException.h"
@@ -21,6 +22,10 @@ const std::string CalibrationOffsetDynamic::_GetCalibrationType() {
 
 void CalibrationOffsetDynamic::CalculateOffsetReference(
     const std::vector<ImagePtr<unsigned short>>& images) {
+    const bool saveDebugImages = IsCalibrationOptionSet("offset_save_intermediary_sequence");
+    if (saveDebugImages) {
+        SaveDebugImage(images, _GetCalibrationType(), "input");
+    }
     if (images.empty()) {
         LogAndThrow<CalibrationException>(
             "CalibrationOffsetDynamic::CalculateOffsetReference failed due uncorrect number of images",
@@ -29,7 +34,13 @@ void CalibrationOffsetDynamic::CalculateOffsetReference(
     for (const auto& image : images) {
         AccumulateOffset(image);
     }
+    if (saveDebugImages) {
+        SaveDebugImage(accumulation, _GetCalibrationType(), "Accumulation");
+    }
     DivideAccumulationAndUpdate();
+    if (saveDebugImages) {
+        SaveDebugImage(reference->GetOffset(), _GetCalibrationType(), "Offset");
+    }
 }
 
 void CalibrationOffsetDynamic::DivideAccumulationAndUpdate() {

@@ -20,7 +20,8 @@ public:
     ~CalibrationOffsetDynamic() override;
 
     // A whole series in one call; a series already open is continued. An empty
-    // vector fails.
+    // vector fails. With the option "offset_save_intermediary_sequence" set, the
+    // input, the accumulation and the offset are saved as debug images.
     void CalculateOffsetReference(const std::vector<ImagePtr<unsigned short>>& images);
     // Closes a series fed frame by frame through AccumulateOffset into the offset.
     void DivideAccumulationAndUpdate();

@@ -3,6 +3,7 @@
 
 // The free functions that the calibration classes share, one header per family.
 
+#include "calibration/CalibrationOptions.h"
 #include "calibration/HighPassMedian.h"
 #include "calibration/ImageStatistics.h"
 

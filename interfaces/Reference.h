@@ -17,7 +17,10 @@ public:
     bool IsValid() const;
     void SetValid(bool valid);  // false at construction
 
-    // Persist the store at its path; a failure raises ReferenceException.
+    // Persist the whole store (images, properties, valid flag, settings) as one .fxd
+    // file at the path, through correction/ReferenceFile.h; with an empty path both
+    // do nothing. Any failure raises ReferenceException, and a failed Load leaves the
+    // store as it was. This base class has no file format: with a path, both fail.
     virtual void Save();
     virtual void Load();
 

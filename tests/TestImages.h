@@ -7,7 +7,12 @@
 
 #include <boost/make_shared.hpp>
 
+#include <stdlib.h>
+
+#include <algorithm>
+#include <filesystem>
 #include <initializer_list>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -51,6 +56,40 @@ public:
 
 private:
     int handle;
+};
+
+// A fresh temporary directory, made the current directory while this lives; it is
+// left and removed with its contents afterwards.
+class ScratchDirectory {
+public:
+    ScratchDirectory() : previous(std::filesystem::current_path()) {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "orvane-test-XXXXXX").string();
+        if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+        path = pattern;
+        std::filesystem::current_path(path);
+    }
+    ~ScratchDirectory() {
+        std::error_code ignored;
+        std::filesystem::current_path(previous, ignored);
+        std::filesystem::remove_all(path, ignored);
+    }
+    ScratchDirectory(const ScratchDirectory&) = delete;
+    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
+
+    // The names of the entries, sorted.
+    std::vector<std::string> Entries() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(path)) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+private:
+    std::filesystem::path previous;
+    std::filesystem::path path;
 };
 
 }  // namespace test

@@ -1,0 +1,193 @@
+#include "tools/ImageFxdFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <string>
+
+using boost::property_tree::ptree;
+
+namespace orvane {
+namespace detail {
+
+int FxdBytesPerPixel(int pixelType) {
+    switch (pixelType) {
+        case FxdPixelType<float>::code: return static_cast<int>(sizeof(float));
+        case FxdPixelType<unsigned short>::code: return static_cast<int>(sizeof(unsigned short));
+        case FxdPixelType<unsigned char>::code: return static_cast<int>(sizeof(unsigned char));
+        default: return 0;
+    }
+}
+
+}  // namespace detail
+}  // namespace orvane
+
+namespace {
+
+static_assert(std::numeric_limits<float>::is_iec559 && sizeof(float) == 4,
+              "frames of type float are stored as IEEE 754 single precision");
+static_assert(sizeof(unsigned short) == 2, "frames of type unsigned short are 16-bit");
+
+void AppendString(std::string& block, const std::string& text) {
+    block += std::to_string(text.size());
+    block += ':';
+    block += text;
+}
+
+void AppendNodes(std::string& block, const ptree& tree, int depth) {
+    for (const auto& child : tree) {
+        block += std::to_string(depth);
+        block += ' ';
+        AppendString(block, child.first);
+        block += ' ';
+        AppendString(block, child.second.data());
+        block += '\n';
+        AppendNodes(block, child.second, depth + 1);
+    }
+}
+
+std::string PropertyBlock(const std::map<int, ptree>& properties) {
+    std::string block;
+    for (const auto& entry : properties) {
+        block += "frame ";
+        block += std::to_string(entry.first);
+        block += ' ';
+        AppendString(block, entry.second.data());
+        block += '\n';
+        AppendNodes(block, entry.second, 1);
+    }
+    return block;
+}
+
+void PutInt32(char* target, std::int32_t value) {
+    const auto bits = static_cast<std::uint32_t>(value);
+    for (int i = 0; i < 4; ++i) {
+        target[i] = static_cast<char>((bits >> (8 * i)) & 0xFFu);
+    }
+}
+
+}  // namespace
+
+ImageFxdFileOut::ImageFxdFileOut(const std::string& fileName) : fileName(fileName) {
+    stream.exceptions(std::ios::failbit | std::ios::badbit);
+}
+
+ImageFxdFileOut::~ImageFxdFileOut() {
+    try {
+        Close();
+    } catch (...) {
+    }
+}
+
+void ImageFxdFileOut::SetProperties(ptree& frameProperties, int frame) {
+    if (opened) {
+        throw ImageFileException("ImageFxdFileOut: properties of frame " + std::to_string(frame) +
+                                 " of '" + fileName + "' given after Open");
+    }
+    if (frame < 0) {
+        throw ImageFileException("ImageFxdFileOut: no frame " + std::to_string(frame) + " in '" +
+                                 fileName + "'");
+    }
+    properties[frame] = frameProperties;
+}
+
+void ImageFxdFileOut::Open(int newWidth, int newHeight, int newPixelType, bool newWithProperties) {
+    if (opened) {
+        throw ImageFileException("ImageFxdFileOut: '" + fileName + "' is already open");
+    }
+    if (newWidth < 0 || newHeight < 0) {
+        throw ImageFileException("ImageFxdFileOut: negative size " + std::to_string(newWidth) + "x" +
+                                 std::to_string(newHeight) + " for '" + fileName + "'");
+    }
+    if (orvane::detail::FxdBytesPerPixel(newPixelType) == 0) {
+        throw ImageFileException("ImageFxdFileOut: unknown pixel type code " +
+                                 std::to_string(newPixelType) + " for '" + fileName + "'");
+    }
+    const std::string block = newWithProperties ? PropertyBlock(properties) : std::string();
+    if (block.size() > static_cast<size_t>(std::numeric_limits<std::int32_t>::max())) {
+        throw ImageFileException("ImageFxdFileOut: the properties of '" + fileName +
+                                 "' are too large");
+    }
+    width = newWidth;
+    height = newHeight;
+    pixelType = newPixelType;
+    withProperties = newWithProperties;
+    frameCount = 0;
+    extraHeaderSize = static_cast<std::int32_t>(block.size());
+    errno = 0;
+    try {
+        stream.open(fileName, std::ios::binary | std::ios::out | std::ios::trunc);
+        opened = true;
+        _WriteHeader();
+        stream.write(block.data(), static_cast<std::streamsize>(block.size()));
+    } catch (const std::exception&) {
+        const int error = errno;
+        try {
+            if (stream.is_open()) stream.close();
+        } catch (...) {
+        }
+        stream.clear();
+        opened = false;
+        throw ImageFileException("ImageFxdFileOut: cannot create '" + fileName + "'" +
+                                 (error != 0 ? std::string(": ") + std::strerror(error) : ""));
+    }
+}
+
+void ImageFxdFileOut::WriteFrameData(const void* pixels, int framePixelType, int frame) {
+    const std::string what =
+        "ImageFxdFileOut: cannot write frame " + std::to_string(frame) + " of '" + fileName + "'";
+    if (!opened) {
+        throw ImageFileException(what + ": the file is not open");
+    }
+    if (framePixelType != pixelType) {
+        throw ImageFileException(what + ": pixel type code " + std::to_string(framePixelType) +
+                                 ", the file holds " + std::to_string(pixelType));
+    }
+    if (frame < 0) {
+        throw ImageFileException(what + ": negative frame number");
+    }
+    const std::streamoff bytes = static_cast<std::streamoff>(width) * height *
+                                 orvane::detail::FxdBytesPerPixel(pixelType);
+    if (pixels == nullptr && bytes > 0) {
+        throw ImageFileException(what + ": no pixels");
+    }
+    try {
+        stream.seekp(bytes * frame + extraHeaderSize + orvane::detail::kFxdHeaderSize, std::ios::beg);
+        stream.write(static_cast<const char*>(pixels), bytes);
+    } catch (const std::exception&) {
+        throw ImageFileException(what);
+    }
+    frameCount = std::max(frameCount, frame + 1);
+}
+
+void ImageFxdFileOut::Close() {
+    if (!opened) {
+        return;
+    }
+    opened = false;
+    try {
+        _WriteHeader();
+        stream.close();
+    } catch (const std::exception&) {
+        try {
+            if (stream.is_open()) stream.close();
+        } catch (...) {
+        }
+        stream.clear();
+        throw ImageFileException("ImageFxdFileOut: cannot complete '" + fileName + "'");
+    }
+}
+
+void ImageFxdFileOut::_WriteHeader() {
+    char header[orvane::detail::kFxdHeaderSize] = {};
+    std::memcpy(header, orvane::detail::kFxdMagic, sizeof orvane::detail::kFxdMagic);
+    PutInt32(header + 4, orvane::detail::kFxdVersion);
+    PutInt32(header + 8, width);
+    PutInt32(header + 12, height);
+    PutInt32(header + 16, pixelType);
+    PutInt32(header + 20, frameCount);
+    PutInt32(header + 24, extraHeaderSize);
+    PutInt32(header + 28, withProperties ? 1 : 0);
+    stream.seekp(0, std::ios::beg);
+    stream.write(header, sizeof header);
+}
