@@ -1,5 +1,6 @@
 #include "interfaces/ReferenceOffsetTimeGrid.h"
 
+#include "correction/ReferenceFile.h"
 #include "interfaces/ReferenceException.h"
 
 #include <boost/make_shared.hpp>
@@ -53,4 +54,50 @@ ImagePtr<unsigned short> ReferenceOffsetTimeGrid::GetStandbyOffset() {
 
 const std::vector<int>& ReferenceOffsetTimeGrid::GetDeltaTimes() const {
     return deltaTimes;
+}
+
+namespace {
+
+const char* const kKind = "ReferenceOffsetTimeGrid";
+
+// The delta times as the settings of the store file: "deltaTimes" holds them in
+// order, separated by blanks.
+boost::property_tree::ptree Settings(const std::vector<int>& deltaTimes) {
+    std::string text;
+    for (int deltaTime : deltaTimes) {
+        text += (text.empty() ? "" : " ") + std::to_string(deltaTime);
+    }
+    boost::property_tree::ptree settings;
+    settings.put("deltaTimes", text);
+    return settings;
+}
+
+}  // namespace
+
+// The file holds the grid entries in order, then the stand-by image.
+void ReferenceOffsetTimeGrid::Save() {
+    if (GetPath().empty()) {
+        return;
+    }
+    std::vector<ImagePtr<unsigned short>> images = offsets;
+    images.push_back(standby);
+    orvane::detail::WriteReferenceFile<unsigned short>(*this, kKind, images, Settings(deltaTimes));
+}
+
+void ReferenceOffsetTimeGrid::Load() {
+    if (GetPath().empty()) {
+        return;
+    }
+    auto content = orvane::detail::ReadReferenceFile<unsigned short>(
+        *this, kKind, standby->GetWidth(), standby->GetHeight(), static_cast<int>(offsets.size()) + 1);
+    const std::string expected = Settings(deltaTimes).get<std::string>("deltaTimes");
+    const std::string found = content.settings.get<std::string>("deltaTimes", "");
+    if (found != expected) {
+        orvane::detail::ReferenceFileError(kKind, "load", GetPath(),
+                                           "the file holds delta times '" + found +
+                                               "', this grid has '" + expected + "'");
+    }
+    std::vector<ImagePtr<unsigned short>> images = offsets;
+    images.push_back(standby);
+    orvane::detail::CommitReferenceFile(*this, content, images);
 }

@@ -11,6 +11,9 @@
 // all zero at construction and always of the store's size. Entries keep the order
 // of the delta times given at construction; a grid has at least one entry and no
 // delta time twice (otherwise the constructor raises ReferenceException).
+// Save and Load keep the grid images, the stand-by image, their properties, the
+// delta times and the valid flag in one .fxd file at the path; Load refuses a file
+// of another grid and leaves the store as it was on any failure.
 class ReferenceOffsetTimeGrid : public Reference {
 public:
     ReferenceOffsetTimeGrid(int width, int height, const std::vector<int>& deltaTimes,
@@ -25,6 +28,9 @@ public:
     ImagePtr<unsigned short> GetStandbyOffset();
 
     const std::vector<int>& GetDeltaTimes() const;
+
+    void Save() override;
+    void Load() override;
 
 private:
     std::vector<int> deltaTimes;

@@ -156,3 +156,28 @@ TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTime) {
     EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {}), ReferenceException);
     EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {0, 60, 0}), ReferenceException);
 }
+
+TEST(ReferenceOffsetTimeGrid, SavedGridLoadsBackAndAnotherGridRefusesIt) {
+    orvane::test::ScratchDirectory scratch;
+    ReferenceOffsetTimeGrid saved(2, 1, {0, 60}, "grid.fxd");
+    saved.Get(60)->GetData()[1] = 4321;
+    saved.Get(60)->SetProperty("image.time", 77);
+    saved.GetStandbyOffset()->GetData()[0] = 99;
+    saved.SetValid(true);
+    saved.Save();
+
+    ReferenceOffsetTimeGrid loaded(2, 1, {0, 60}, "grid.fxd");
+    const ImagePtr<unsigned short> live = loaded.Get(60);
+    loaded.Load();
+    EXPECT_EQ(live, loaded.Get(60));
+    EXPECT_EQ(std::vector<unsigned short>({0, 4321}), Pixels(live));
+    EXPECT_EQ(77, live->GetProperty<int>("image.time"));
+    EXPECT_EQ(std::vector<unsigned short>({99, 0}), Pixels(loaded.GetStandbyOffset()));
+    EXPECT_TRUE(loaded.IsValid());
+
+    ReferenceOffsetTimeGrid other(2, 1, {0, 120}, "grid.fxd");
+    other.GetAt(0)->GetData()[0] = 5;
+    EXPECT_THROW(other.Load(), ReferenceException);
+    EXPECT_EQ(std::vector<unsigned short>({5, 0}), Pixels(other.GetAt(0)));
+    EXPECT_FALSE(other.IsValid());
+}
