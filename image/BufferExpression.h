@@ -21,8 +21,9 @@
 // the correctly rounded float operation: nodes whose value is rounded to float
 // compute in float (Operand), and only the outermost node of an integer target
 // computes in double (Evaluate). Both give the results of the rules above, bit for
-// bit, and float lanes vectorise. (Compiling with floating contraction, such as
-// -ffp-contract=fast on a machine with FMA, would break this equivalence.)
+// bit, and float lanes vectorise. Floating contraction (fused multiply-add) would
+// break the rounding per operator: the library builds with -ffp-contract=off, and a
+// host that evaluates expressions in its own code should too.
 
 #include <algorithm>
 #include <climits>
@@ -104,45 +105,29 @@ struct MaxNode : FloatingNode<MaxNode<X>> {
     }
 };
 
-// x clamped to [low, high]; a NaN x passes through.
-template <typename X>
-struct ClampNode : FloatingNode<ClampNode<X>> {
-    float low, high;
-    X x;
-    ClampNode(float l, float h, const X& e) : low(l), high(h), x(e) {}
-    int Size() const { return x.Size(); }
-    template <typename F>
-    F Apply(int i) const {
-        const F v = static_cast<F>(x.Operand(i));
-        return v < low ? static_cast<F>(low) : (v > high ? static_cast<F>(high) : v);
-    }
+// The three band rules of an element x against [low, high]:
+// Clamp: x clamped into the band (a NaN x passes through);
+// Outside: 1.0 where x < low or x > high (strictly outside), else 0.0;
+// AtOrBeyond: 1.0 where x <= low or x >= high (bounds included), else 0.0.
+struct ClampRule {
+    template <typename F> static F Apply(F v, F low, F high) { return v < low ? low : (v > high ? high : v); }
+};
+struct OutsideRule {
+    template <typename F> static F Apply(F v, F low, F high) { return (v < low || v > high) ? F(1) : F(0); }
+};
+struct AtOrBeyondRule {
+    template <typename F> static F Apply(F v, F low, F high) { return (v <= low || v >= high) ? F(1) : F(0); }
 };
 
-// 1.0 where x < low or x > high (strictly outside), else 0.0.
-template <typename X>
-struct OutsideNode : FloatingNode<OutsideNode<X>> {
+template <typename Rule, typename X>
+struct BandNode : FloatingNode<BandNode<Rule, X>> {
     float low, high;
     X x;
-    OutsideNode(float l, float h, const X& e) : low(l), high(h), x(e) {}
+    BandNode(float l, float h, const X& e) : low(l), high(h), x(e) {}
     int Size() const { return x.Size(); }
     template <typename F>
     F Apply(int i) const {
-        const F v = static_cast<F>(x.Operand(i));
-        return (v < low || v > high) ? F(1) : F(0);
-    }
-};
-
-// 1.0 where x <= low or x >= high (bounds included), else 0.0.
-template <typename X>
-struct AtOrBeyondNode : FloatingNode<AtOrBeyondNode<X>> {
-    float low, high;
-    X x;
-    AtOrBeyondNode(float l, float h, const X& e) : low(l), high(h), x(e) {}
-    int Size() const { return x.Size(); }
-    template <typename F>
-    F Apply(int i) const {
-        const F v = static_cast<F>(x.Operand(i));
-        return (v <= low || v >= high) ? F(1) : F(0);
+        return Rule::Apply(static_cast<F>(x.Operand(i)), static_cast<F>(low), static_cast<F>(high));
     }
 };
 
@@ -188,12 +173,8 @@ template <typename A, typename B>
 struct IsNode<IntegerSum<A, B>> : std::true_type {};
 template <typename X>
 struct IsNode<MaxNode<X>> : std::true_type {};
-template <typename X>
-struct IsNode<ClampNode<X>> : std::true_type {};
-template <typename X>
-struct IsNode<OutsideNode<X>> : std::true_type {};
-template <typename X>
-struct IsNode<AtOrBeyondNode<X>> : std::true_type {};
+template <typename Rule, typename X>
+struct IsNode<BandNode<Rule, X>> : std::true_type {};
 template <typename T, typename X>
 struct IsNode<SaturateNode<T, X>> : std::true_type {};
 
@@ -290,19 +271,19 @@ detail::MaxNode<detail::Operand<X>> Max(float low, const X& x) {
 
 // x clamped to [low, high] per element.
 template <typename X>
-detail::ClampNode<detail::Operand<X>> Clamp(const X& x, float low, float high) {
+detail::BandNode<detail::ClampRule, detail::Operand<X>> Clamp(const X& x, float low, float high) {
     return {low, high, detail::MakeOperand(x)};
 }
 
 // 1.0 where x lies outside [low, high], else 0.0: target += Outside(...) counts.
 template <typename X>
-detail::OutsideNode<detail::Operand<X>> Outside(const X& x, float low, float high) {
+detail::BandNode<detail::OutsideRule, detail::Operand<X>> Outside(const X& x, float low, float high) {
     return {low, high, detail::MakeOperand(x)};
 }
 
 // 1.0 where x <= low or x >= high, else 0.0.
 template <typename X>
-detail::AtOrBeyondNode<detail::Operand<X>> AtOrBeyond(const X& x, float low, float high) {
+detail::BandNode<detail::AtOrBeyondRule, detail::Operand<X>> AtOrBeyond(const X& x, float low, float high) {
     return {low, high, detail::MakeOperand(x)};
 }
 
