@@ -106,10 +106,9 @@ TEST(FormulaCalculator, NumberLexemes) {
 }
 
 TEST(FormulaCalculator, FractionDigitsAreScaledByAPowerOfTen) {
-    // 0.3 is 3 * 10^-1 (not the double nearest 0.3), so it equals 3 * 0.1 exactly.
-    const double tenth = std::pow(10.0, -1.0);
-    const double expected = (3 * tenth - 3 * (1 * tenth)) * std::pow(10.0, 17.0);
-    EXPECT_NEAR(expected, Eval("(0.3-3*0.1)*1e17"), 1e-3);
+    // 0.3 is 3 * 10^-1, which equals 3 * 0.1 exactly; the double nearest 0.3 would
+    // leave (0.3 - 3 * 0.1) * 1e17 at about -2.78.
+    EXPECT_EQ(0.0f, Eval("(0.3-3*0.1)*1e17"));
 }
 
 TEST(FormulaCalculator, ExponentMarkerWithoutDigitsIsNoNumber) {
