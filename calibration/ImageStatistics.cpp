@@ -171,43 +171,43 @@ void MeanAndSigma(const float* values, int count, float& mean, float& sigma) {
     sigma = static_cast<float>(std::sqrt(squares / count));
 }
 
-float ClippedMean(float* values, int count, int sigmaFactor, float tolerance) {
+namespace {
+
+// The rejection loop of ClippedMean (WatchMean) and ClippedSigma: keep the values
+// within sigmaFactor sigmas of the mean, take mean and sigma again, and go on while
+// the watched quantity moved by at least `tolerance` of itself and sigma > 0. The
+// mean's change is rounded to float before the test, the sigma's is not. A round
+// that keeps every value ends the loop: every later round would be the same.
+template <bool WatchMean>
+float ClipIteratively(float* values, int count, int sigmaFactor, float tolerance) {
     float mean;
     float sigma;
     MeanAndSigma(values, count, mean, sigma);
     for (;;) {
-        const float previous = mean;
-        const int kept = orvane::detail::KeepAround(values, count, previous, sigmaFactor, sigma);
+        const float previous = WatchMean ? mean : sigma;
+        const int kept = orvane::detail::KeepAround(values, count, mean, sigmaFactor, sigma);
         if (kept == count) {
-            return mean;
+            return previous;
         }
         count = kept;
         MeanAndSigma(values, count, mean, sigma);
-        const float change = static_cast<float>(
-            std::fabs(static_cast<double>(previous) - static_cast<double>(mean)));
+        const float current = WatchMean ? mean : sigma;
+        const double difference = std::fabs(static_cast<double>(previous) - static_cast<double>(current));
+        const double change = WatchMean ? static_cast<double>(static_cast<float>(difference)) : difference;
         if (!(change >= static_cast<double>(previous) * tolerance && sigma > 0.0f)) {
-            return mean;
+            return current;
         }
     }
 }
 
+}  // namespace
+
+float ClippedMean(float* values, int count, int sigmaFactor, float tolerance) {
+    return ClipIteratively<true>(values, count, sigmaFactor, tolerance);
+}
+
 float ClippedSigma(float* values, int count, int sigmaFactor, float tolerance) {
-    float mean;
-    float sigma;
-    MeanAndSigma(values, count, mean, sigma);
-    for (;;) {
-        const float previous = sigma;
-        const int kept = orvane::detail::KeepAround(values, count, mean, sigmaFactor, previous);
-        if (kept == count) {
-            return sigma;
-        }
-        count = kept;
-        MeanAndSigma(values, count, mean, sigma);
-        const double change = std::fabs(static_cast<double>(previous) - static_cast<double>(sigma));
-        if (!(change >= static_cast<double>(previous) * tolerance && sigma > 0.0f)) {
-            return sigma;
-        }
-    }
+    return ClipIteratively<false>(values, count, sigmaFactor, tolerance);
 }
 
 void ComputeGFAMeanAndSigma(const float* values, float* scratch, unsigned count, int sigmaFactor,
