@@ -18,10 +18,13 @@
 
 #include "interfaces/BaseException.h"
 #include "interfaces/CalibrationException.h"
+#include "interfaces/CorrectionGainLinear.h"
 #include "interfaces/ImageFileException.h"
 #include "interfaces/ImageFormatException.h"
 #include "interfaces/Reference.h"
+#include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceException.h"
+#include "interfaces/ReferenceGainLinear.h"
 #include "interfaces/ReferenceOffsetSimple.h"
 #include "interfaces/ReferenceOffsetTimeGrid.h"
 #include "interfaces/logger.h"
