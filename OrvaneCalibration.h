@@ -48,6 +48,7 @@
 #include "calibration/CalibrationOffsetTimeGrid.h"
 #include "calibration/CalibrationTools.h"
 #include "calibration/DefectMapChecker.h"
+#include "calibration/DefectMapFlag.h"
 #include "calibration/LogAndThrow.h"
 #include "calibration/LogEntry.h"
 
