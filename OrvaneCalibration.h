@@ -42,6 +42,8 @@
 #include "parameters/ROIFormula.h"
 
 #include "calibration/CalibrationBase.h"
+#include "calibration/CalibrationGain.h"
+#include "calibration/CalibrationGainLinear.h"
 #include "calibration/CalibrationOffsetBase.h"
 #include "calibration/CalibrationOffsetDynamic.h"
 #include "calibration/CalibrationOffsetPreview.h"
