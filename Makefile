@@ -33,7 +33,7 @@ test-asan: deps
 bench: deps
 	cmake --preset default $(CMAKE_ARGS)
 	cmake --build --preset default -j $(JOBS)
-	./build/bench/orvane-bench-offset
+	for program in build/bench/orvane-bench-*; do $$program || exit 1; done
 
 clean:
 	rm -rf build build-clang build-asan
