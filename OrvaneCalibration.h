@@ -25,6 +25,7 @@
 #include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceException.h"
 #include "interfaces/ReferenceGainLinear.h"
+#include "interfaces/ReferenceGainPoly.h"
 #include "interfaces/ReferenceOffsetSimple.h"
 #include "interfaces/ReferenceOffsetTimeGrid.h"
 #include "interfaces/logger.h"
@@ -32,6 +33,7 @@
 
 #include "tools/ImageFxdFile.h"
 
+#include "parameters/GainPolyParametersSet.h"
 #include "parameters/OffsetDynamicParameters.h"
 #include "parameters/OffsetDynamicParametersSet.h"
 #include "parameters/OffsetParameters.h"
@@ -44,6 +46,7 @@
 #include "calibration/CalibrationBase.h"
 #include "calibration/CalibrationGain.h"
 #include "calibration/CalibrationGainLinear.h"
+#include "calibration/CalibrationGainPoly.h"
 #include "calibration/CalibrationOffsetBase.h"
 #include "calibration/CalibrationOffsetDynamic.h"
 #include "calibration/CalibrationOffsetPreview.h"

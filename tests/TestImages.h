@@ -92,6 +92,33 @@ private:
     std::filesystem::path path;
 };
 
+// The message of the CalibrationException that `call` throws, without the
+// "<file>(<line>): " in front of it; "" when nothing is thrown.
+template <typename Call>
+std::string FailureText(Call call) {
+    try {
+        call();
+    } catch (const CalibrationException& e) {
+        const std::string text = e.what();
+        const size_t at = text.find("): ");
+        return at == std::string::npos ? text : text.substr(at + 3);
+    }
+    return "";
+}
+
+// The non-NaN samples of the moving window of `size` on `row` at x: positions
+// x - size / 2 to x - size / 2 + size - 1, cut at the row ends.
+inline std::vector<float> WindowSamples(const std::vector<float>& row, int x, int size) {
+    std::vector<float> samples;
+    const int first = std::max(0, x - size / 2);
+    const int end = std::min(static_cast<int>(row.size()), x - size / 2 + size);
+    for (int i = first; i < end; ++i) {
+        const float value = row[static_cast<size_t>(i)];
+        if (value == value) samples.push_back(value);
+    }
+    return samples;
+}
+
 }  // namespace test
 }  // namespace orvane
 
