@@ -44,6 +44,10 @@
 #include "parameters/ROIFormula.h"
 
 #include "calibration/CalibrationBase.h"
+#include "calibration/CalibrationDefectMap.h"
+#include "calibration/CalibrationDefectMapDark.h"
+#include "calibration/CalibrationDefectMapGain.h"
+#include "calibration/CalibrationDefectMapUntypical.h"
 #include "calibration/CalibrationGain.h"
 #include "calibration/CalibrationGainLinear.h"
 #include "calibration/CalibrationGainPoly.h"

@@ -1,0 +1,149 @@
+#include "calibration/CalibrationDefectMapDark.h"
+
+#include "calibration/DefectMapChecker.h"
+#include "calibration/DefectMapSteps.h"
+#include "calibration/ImageStatistics.h"
+#include "calibration/LogAndThrow.h"
+#include "calibration/LogEntry.h"
+#include "image/ImageCollectorRegistry.h"
+#include "interfaces/CalibrationException.h"
+
+#include <algorithm>
+
+CalibrationDefectMapDark::CalibrationDefectMapDark(const DefectMapDarkParameters& parameters,
+                                                   boost::shared_ptr<ReferenceDM> reference)
+    : parameters(parameters), reference(reference) {
+    const ImagePtr<unsigned char> map = reference->GetDM();
+    width = map->GetWidth();
+    height = map->GetHeight();
+}
+
+CalibrationDefectMapDark::~CalibrationDefectMapDark() {
+    _Clear();
+}
+
+const std::string CalibrationDefectMapDark::_GetCalibrationType() {
+    return "DMDark";
+}
+
+void CalibrationDefectMapDark::Init() {
+    try {
+        if (!initialized) {
+            collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
+            collection->Reserve(2);
+            defects = collection->Acquire();
+            work = collection->Acquire();
+            initialized = true;
+        }
+        std::fill(defects->GetData(), defects->GetData() + defects->GetPixelCount(), 0.0f);
+        std::fill(work->GetData(), work->GetData() + work->GetPixelCount(), 0.0f);
+        accumulated = 0;
+    } catch (...) {
+        LogAndThrow<CalibrationException>("CalibrationDefectMapDark: Init failed", __FILE__, __LINE__);
+    }
+}
+
+void CalibrationDefectMapDark::Clear() {
+    _Clear();
+}
+
+void CalibrationDefectMapDark::_Clear() {
+    if (!initialized) {
+        return;
+    }
+    collection->Release(defects);
+    collection->Release(work);
+    defects.reset();
+    work.reset();
+    collection->Close();
+    collection.reset();
+    initialized = false;
+}
+
+void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
+    const std::vector<ImagePtr<unsigned short>>& images) {
+    if (images.empty()) {
+        LogAndThrow<CalibrationException>(
+            "CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge failed due uncorrect number of images",
+            __FILE__, __LINE__);
+    }
+    for (const auto& image : images) {
+        _AccumulateImg(image);
+    }
+    _DivideAccumulation();
+    _ComputeDefectMapDarkAndMerge();
+    // The count is a pass over the frame: taken only when a sink listens.
+    LogEntry entry;
+    if (entry.Composing()) {
+        entry.Stream() << loglevelinfo()
+                       << "CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge - Number of detected defects : "
+                       << CountPositivePixels(defects) << std::endl;
+    }
+}
+
+void CalibrationDefectMapDark::_AccumulateImg(ImagePtr<unsigned short> image) {
+    try {
+        if (!initialized) {
+            LogAndThrow<CalibrationException>(
+                "CalibrationDefectMapDark: AccumulateImg failed because Init has not run", __FILE__,
+                __LINE__);
+        }
+        if (!image) {
+            LogAndThrow<CalibrationException>(
+                "CalibrationDefectMapDark: AccumulateImg failed due to null pointer", __FILE__, __LINE__);
+        }
+        *work->GetBuffer() += *image->GetBuffer();
+        work->GetProperties() = image->GetProperties();
+        ++accumulated;
+    } catch (...) {
+        LogAndThrow<CalibrationException>("CalibrationDefectMapDark: AccumulateImg failed", __FILE__,
+                                          __LINE__);
+    }
+}
+
+void CalibrationDefectMapDark::_DivideAccumulation() {
+    *work->GetBuffer() = *work->GetBuffer() / static_cast<float>(accumulated);
+    accumulated = 0;
+}
+
+void CalibrationDefectMapDark::_ComputeDefectMapDarkAndMerge() {
+    orvane::detail::LogInfo("CalibrationDefectMapDark : DefectMapDark");
+    try {
+        *defects->GetBuffer() +=
+            orvane::Outside(*work->GetBuffer(), parameters.ThresholdMin, parameters.ThresholdMax);
+        defects->GetProperties() = work->GetProperties();
+    } catch (...) {
+        LogAndThrow<CalibrationException>("CalibrationDefectMapDark: DefectMapDark failed", __FILE__,
+                                          __LINE__);
+    }
+    orvane::detail::LogInfo("Defect Map done");
+}
+
+void CalibrationDefectMapDark::UpdateDefectMapReference() {
+    DefectMapChecker checker;
+    orvane::detail::LogInfo("CalibrationDefectMapDark::UpdateDefectMapReference");
+    if (!initialized) {
+        LogAndThrow<CalibrationException>(
+            "CalibrationDefectMapDark: UpdateDefectMapDarkReference failed because Init has not run",
+            __FILE__, __LINE__);
+    }
+    try {
+        const ImagePtr<unsigned char> map = reference->GetDM();
+        orvane::detail::WriteDefectCounts(defects, parameters.Area, map);
+        map->SetProperty("info.quantlevels", static_cast<unsigned short>(18));
+        checker.UpdateDefectMap(map);
+        LogEntry entry;
+        if (entry.Composing()) {
+            entry.Stream() << loglevelinfo()
+                           << "CalibrationDefectMapDark::UpdateDefectMapReference - Number of defects : "
+                           << CountPositivePixels(map) << std::endl;
+        }
+    } catch (CalibrationException&) {
+        LogAndThrow<CalibrationException>(
+            "CalibrationDefectMapDark: UpdateDefectMapDarkReference failed to check DM", __FILE__,
+            __LINE__);
+    } catch (...) {
+        LogAndThrow<CalibrationException>("CalibrationDefectMapDark: UpdateDefectMapDarkReference failed",
+                                          __FILE__, __LINE__);
+    }
+}
