@@ -43,6 +43,7 @@
 #include "parameters/ParametersSet.h"
 #include "parameters/ROIFormula.h"
 
+#include "calibration/CalibrationAutomaticDefect.h"
 #include "calibration/CalibrationBase.h"
 #include "calibration/CalibrationDefectMap.h"
 #include "calibration/CalibrationDefectMapDark.h"
@@ -58,6 +59,7 @@
 #include "calibration/CalibrationTools.h"
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapFlag.h"
+#include "calibration/DefectMapMerge.h"
 #include "calibration/LogAndThrow.h"
 #include "calibration/LogEntry.h"
 
