@@ -1,0 +1,289 @@
+#include "TestImages.h"
+
+#include "calibration/CalibrationEcholine.h"
+#include "correction/ReferenceFile.h"
+#include "interfaces/ReferenceEcholine.h"
+#include "parameters/EchoLineParametersSet.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+using orvane::test::LogCapture;
+using orvane::test::ScratchDirectory;
+
+namespace {
+
+using Lines = std::set<int>;
+
+// A record that scans the whole of a width x height map: no middle row or column
+// inside it, so nothing is left out and nothing is mirrored.
+EchoLineParameters WholeMap(int width, int height) {
+    EchoLineParameters p;
+    p.Area = ROI(0, 0, static_cast<unsigned short>(height), static_cast<unsigned short>(width));
+    p.MiddleRow = height;
+    p.MiddleColumn = width;
+    p.MinimumRun = 30;
+    return p;
+}
+
+struct EcholineFixture {
+    EcholineFixture(const EchoLineParameters& parameters, int width, int height)
+        : parameters(parameters),
+          store(boost::make_shared<ReferenceEcholine>()),
+          defectMap(boost::make_shared<ReferenceDM>(width, height)),
+          calibration(this->parameters, store, defectMap) {}
+
+    // Marks `count` pixels of `row` from column `first` on with `value`.
+    void Mark(int row, int first, int count, unsigned char value = 1) {
+        const ImagePtr<unsigned char> map = defectMap->GetDM();
+        std::fill_n(map->GetData() + row * map->GetWidth() + first, count, value);
+    }
+
+    void Calculate() {
+        calibration.CalculateEcholineReference();
+        calibration.FillEcholineReference();
+    }
+
+    EchoLineParameters parameters;
+    boost::shared_ptr<ReferenceEcholine> store;
+    boost::shared_ptr<ReferenceDM> defectMap;
+    CalibrationEcholine calibration;
+};
+
+// The Birch row on a map of height 3121, wide enough for its area (columns 60..3060).
+struct BirchFixture : EcholineFixture {
+    BirchFixture() : EcholineFixture(s_EchoLineParametersSet.lookup("Birch"), 3061, 3121) {}
+    void MarkWholeLine(int row) { Mark(row, 60, 3001); }
+};
+
+}  // namespace
+
+TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassMakesAnEchoLine) {
+    EcholineFixture f(WholeMap(64, 12), 64, 12);
+    f.Mark(1, 5, 30);
+    f.Mark(3, 5, 29);
+    f.Mark(5, 0, 20);
+    f.Mark(5, 21, 20);
+    for (int i = 0; i < 30; ++i) {
+        const unsigned char classes[] = {1, 9, 17, 255};
+        f.Mark(7, 10 + i, 1, classes[i % 4]);
+    }
+    f.Mark(10, 34, 30);  // the run is still open at the end of the row
+    f.Calculate();
+    EXPECT_EQ(Lines({1, 7, 10}), f.store->singleLines);
+    EXPECT_EQ(Lines(), f.store->doubleLines);
+}
+
+TEST(CalibrationEcholine, OnlyTheAreaIsScanned) {
+    EchoLineParameters p = WholeMap(64, 8);
+    p.Area = ROI(2, 10, 4, 40);  // rows 2..5, columns 10..49
+    EcholineFixture f(p, 64, 8);
+    f.Mark(1, 0, 64);
+    f.Mark(6, 0, 64);
+    f.Mark(2, 0, 40);   // 30 inside
+    f.Mark(3, 0, 39);   // 29 inside
+    f.Mark(4, 25, 39);  // 25 inside
+    f.Mark(5, 20, 30);
+    f.Calculate();
+    EXPECT_EQ(Lines({2, 5}), f.store->singleLines);
+    EXPECT_EQ(Lines(), f.store->doubleLines);
+}
+
+TEST(CalibrationEcholine, StretchesBesideTheMiddleColumnAreScannedApart) {
+    BirchFixture f;
+    f.Mark(1000, 1540, 41);  // 20 left of column 1560, 1560 itself, 20 right of it
+    f.Mark(1010, 1561, 30);
+    f.Mark(1020, 1530, 30);  // ends at 1559
+    f.Mark(1030, 60, 30);
+    f.Mark(1040, 3031, 30);  // ends at 3060
+    f.Mark(1050, 1531, 30);  // 29 left of 1560, then 1560
+    f.Mark(1060, 1560, 30);  // 1560, then 29 right of it
+    f.Calculate();
+    EXPECT_EQ(Lines({1010, 1020, 1030, 1040}), f.store->singleLines);
+    EXPECT_EQ(Lines(), f.store->doubleLines);
+}
+
+TEST(CalibrationEcholine, LinesFromTheMiddleRowOnAreMirroredSortedAndUnique) {
+    BirchFixture f;
+    // Scanned in this order: 1000, 1003, then 2119 -> 3121 - 2119 - 1 = 1001 and
+    // 2120 -> 1000 again. Row 1560 is skipped.
+    for (int row : {1000, 1003, 1560, 2119, 2120}) {
+        f.MarkWholeLine(row);
+    }
+    f.Calculate();
+    EXPECT_EQ(Lines({1000}), f.store->doubleLines);
+    EXPECT_EQ(Lines({1003}), f.store->singleLines);
+}
+
+TEST(CalibrationEcholine, BlocksArePairedFromTheirLowEnd) {
+    struct Case {
+        Lines rows;
+        Lines singles;
+        Lines doubles;
+    };
+    const Case cases[] = {{{100, 101}, {}, {100}},
+                          {{100, 101, 102}, {102}, {100}},
+                          {{100, 101, 102, 103}, {}, {100, 102}},
+                          {{100, 102}, {100, 102}, {}}};
+    for (const Case& c : cases) {
+        EcholineFixture f(WholeMap(40, 110), 40, 110);
+        for (int row : c.rows) {
+            f.Mark(row, 0, 40);
+        }
+        f.Calculate();
+        EXPECT_EQ(c.singles, f.store->singleLines) << c.rows.size() << " lines";
+        EXPECT_EQ(c.doubles, f.store->doubleLines) << c.rows.size() << " lines";
+    }
+}
+
+TEST(CalibrationEcholine, LaterCallsKeepEarlierLinesAndRebuildTheSets) {
+    EcholineFixture f(WholeMap(40, 10), 40, 10);
+    f.Mark(5, 0, 40);
+    f.Calculate();
+    f.Calculate();
+    EXPECT_EQ(Lines({5}), f.store->singleLines);
+    EXPECT_EQ(Lines(), f.store->doubleLines);
+
+    f.Mark(5, 0, 40, 0);
+    f.Mark(6, 0, 40);
+    f.Calculate();
+    EXPECT_EQ(Lines(), f.store->singleLines);
+    EXPECT_EQ(Lines({5}), f.store->doubleLines);
+}
+
+// The "" row scans nothing, so a map full of defects finds nothing, and the store's
+// sets are emptied.
+TEST(CalibrationEcholine, DefaultRowScansNothingAndEmptiesTheStore) {
+    EcholineFixture f(s_EchoLineParametersSet.lookup(""), 40, 40);
+    f.Mark(0, 0, 40 * 40);
+    f.store->singleLines = {1, 3};
+    f.store->doubleLines = {7};
+    f.Calculate();
+    EXPECT_EQ(f.store, f.calibration.GetEcholineRef());
+    EXPECT_EQ(Lines(), f.store->singleLines);
+    EXPECT_EQ(Lines(), f.store->doubleLines);
+}
+
+TEST(CalibrationEcholine, ProgressIsLogged) {
+    EcholineFixture f(WholeMap(40, 4), 40, 4);
+    LogCapture log;
+    f.calibration.Init();
+    f.calibration.CalculateEcholineReference();
+    f.calibration.Clear();
+    EXPECT_EQ(std::vector<std::string>({"I CalibrationEcholine : CalculateEcholineReference\n",
+                                        "I CalibrationEcholine : CalculateEcholineReference succeed\n"}),
+              log.lines);
+}
+
+TEST(CalibrationEcholine, ScanOutsideTheMapOrMissingObjectsFail) {
+    EcholineFixture wider(WholeMap(41, 4), 40, 4);
+    wider.Mark(0, 0, 40);
+    try {
+        wider.calibration.CalculateEcholineReference();
+        FAIL() << "no exception";
+    } catch (const CalibrationException& e) {
+        EXPECT_NE(std::string::npos,
+                  std::string(e.what()).find("): CalibrationEcholine: CalculateEcholineReference failed "
+                                             "due to an area outside the defect map"));
+    }
+    wider.calibration.FillEcholineReference();
+    EXPECT_EQ(Lines(), wider.store->singleLines);
+
+    EcholineFixture taller(WholeMap(40, 5), 40, 4);
+    EXPECT_THROW(taller.calibration.CalculateEcholineReference(), CalibrationException);
+    EchoLineParameters left = WholeMap(40, 4);
+    left.MiddleColumn = -2;  // the right stretch would start at column -1
+    EcholineFixture before(left, 40, 4);
+    EXPECT_THROW(before.calibration.CalculateEcholineReference(), CalibrationException);
+
+    CalibrationEcholine orphan(left, nullptr, nullptr);
+    EXPECT_THROW(orphan.CalculateEcholineReference(), CalibrationException);
+    EXPECT_THROW(orphan.FillEcholineReference(), CalibrationException);
+}
+
+TEST(EchoLineParametersSet, RowsOfEveryModel) {
+    struct Row {
+        const char* key;
+        ROI area;
+        int middleRow;
+        int middleColumn;
+    };
+    const Row rows[] = {{"Birch", ROI(60, 60, 3001, 3001), 1560, 1560},
+                        {"LarchB", ROI(2, 30, 2874, 2775), 2880, 2880},
+                        {"LarchA", ROI(2, 30, 2874, 2775), 2880, 2880},
+                        {"CedarTa", ROI(2, 11, 2874, 2869), 2880, 2880},
+                        {"CedarTb", ROI(2, 11, 2874, 2869), 2880, 2880},
+                        {"MapleQ", ROI(29, 50, 2820, 2300), 2880, 2400},
+                        {"MapleQa", ROI(6, 25, 2866, 2350), 2880, 2400},
+                        {"MapleQb", ROI(6, 25, 2866, 2350), 2880, 2400},
+                        {"Rowan", ROI(19, 0, 1520, 1920), 1560, 1920}};
+    for (const Row& expected : rows) {
+        const EchoLineParameters& row = s_EchoLineParametersSet.lookup(expected.key);
+        EXPECT_TRUE(expected.area == row.Area) << expected.key;
+        EXPECT_EQ(expected.middleRow, row.MiddleRow) << expected.key;
+        EXPECT_EQ(expected.middleColumn, row.MiddleColumn) << expected.key;
+        EXPECT_EQ(30, row.MinimumRun) << expected.key;
+    }
+    const EchoLineParameters& fallback = s_EchoLineParametersSet.lookup("");
+    EXPECT_TRUE(ROI(0, 0, 0, 0) == fallback.Area);
+    EXPECT_EQ(30, fallback.MinimumRun);
+    EXPECT_EQ(10u, s_EchoLineParametersSet.GetBaseRows().size());
+}
+
+TEST(EchoLineParametersSet, UnknownModelsGetTheDefaultRow) {
+    const EchoLineParameters* fallback = &s_EchoLineParametersSet.lookup("");
+    EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Willow"));
+    EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Hazel.A12.m3"));
+    EXPECT_EQ(&s_EchoLineParametersSet.lookup("Birch"), &s_EchoLineParametersSet.lookup("Birch.A1.m2"));
+}
+
+TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlag) {
+    ScratchDirectory directory;
+    ReferenceEcholine saved("echo.fxd");
+    saved.singleLines = {3, 7, 1200};
+    saved.doubleLines = {10};
+    saved.SetValid(true);
+    saved.Save();
+
+    ReferenceEcholine loaded("echo.fxd");
+    loaded.singleLines = {1};
+    loaded.doubleLines = {2, 4};
+    loaded.Load();
+    EXPECT_EQ(Lines({3, 7, 1200}), loaded.singleLines);
+    EXPECT_EQ(Lines({10}), loaded.doubleLines);
+    EXPECT_TRUE(loaded.IsValid());
+
+    ReferenceEcholine("echo.fxd").Save();  // empty sets, not valid
+    loaded.Load();
+    EXPECT_EQ(Lines(), loaded.singleLines);
+    EXPECT_EQ(Lines(), loaded.doubleLines);
+    EXPECT_FALSE(loaded.IsValid());
+
+    ReferenceEcholine memory;  // no path: nothing is written or read
+    memory.singleLines = {5};
+    memory.Save();
+    memory.Load();
+    EXPECT_EQ(Lines({5}), memory.singleLines);
+    EXPECT_EQ(std::vector<std::string>({"echo.fxd"}), directory.Entries());
+}
+
+TEST(ReferenceEcholine, FailedLoadLeavesTheStoreAsItWas) {
+    ScratchDirectory directory;
+    ReferenceEcholine store("echo.fxd");
+    store.singleLines = {8};
+    store.doubleLines = {20};
+    EXPECT_THROW(store.Load(), ReferenceException);  // no file
+
+    ReferenceDM(2, 2, "other.fxd").Save();
+    EXPECT_THROW(ReferenceEcholine("other.fxd").Load(), ReferenceException);
+
+    boost::property_tree::ptree settings;
+    settings.put("singleLines", "4 x5");
+    settings.put("doubleLines", "");
+    orvane::detail::WriteReferenceFile<unsigned char>(store, "ReferenceEcholine", {}, settings);
+    EXPECT_THROW(store.Load(), ReferenceException);
+    EXPECT_EQ(Lines({8}), store.singleLines);
+    EXPECT_EQ(Lines({20}), store.doubleLines);
+}
