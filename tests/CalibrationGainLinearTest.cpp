@@ -4,13 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <limits>
 
-using orvane::test::LogCapture;
-using orvane::test::MakeFilled;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
+using namespace orvane::test;
 
 namespace {
 
@@ -32,42 +29,32 @@ private:
 };
 
 bool Contains(const std::vector<std::string>& lines, const std::string& text) {
-    for (const auto& line : lines) {
-        if (line.find(text) != std::string::npos) return true;
-    }
-    return false;
+    return std::any_of(lines.begin(), lines.end(), [&](const std::string& l) { return l.find(text) != std::string::npos; });
 }
 
-// A 12 x 8 panel: normalising area columns 2..9, rows 1..6; two 2 x 2 measure areas.
+// A 12 x 8 panel: normalising area columns 2..9, rows 1..6; gain clipped to [0.25, 4];
+// Gaussian fit 3 sigmas / 5 %; two 2 x 2 measure areas, at (3, 2) and (6, 4).
 GainLinearParameters Parameters(bool invert = false) {
-    GainLinearParameters p;
-    p.InvertGain = invert;
-    p.Y0 = 1;
-    p.Height = 6;
-    p.X0 = 2;
-    p.Width = 8;
-    p.ClipMin = 0.25f;
-    p.ClipMax = 4.0f;
-    p.GfaSigmas = 3;
-    p.GfaTolerance = 0.05f;
-    p.MeasureAreas = {ROI(2, 3, 2, 2), ROI(4, 6, 2, 2)};
-    return p;
+    return GainLinearParameters{invert, 1, 6, 2, 8, 0.25f, 4.0f, 3, 0.05f, {ROI(2, 3, 2, 2), ROI(4, 6, 2, 2)}};
 }
 
 struct GainFixture {
     explicit GainFixture(const GainLinearParameters& parameters)
-        : parameters(parameters),
-          store(boost::make_shared<ReferenceGainLinear>(12, 8)),
-          dm(boost::make_shared<ReferenceDM>(12, 8)),
-          calibration(this->parameters, store, dm) {
+        : parameters(parameters), store(boost::make_shared<ReferenceGainLinear>(12, 8)),
+          dm(boost::make_shared<ReferenceDM>(12, 8)), calibration(this->parameters, store, dm) {
         calibration.Init();
     }
-
     // The stored gain, decompressed.
     std::vector<float> Gain() {
         auto gain = MakeImage<float>(12, 8);
         store->DeCompressImage(store->GetGainLinear(), gain);
         return Pixels(gain);
+    }
+    // The logged lines of one calculation on the frames.
+    std::vector<std::string> Calculate(const std::vector<Frame>& frames) {
+        LogCapture log;
+        calibration.CalculateGainReference(frames);
+        return log.lines;
     }
 
     GainLinearParameters parameters;
@@ -76,19 +63,12 @@ struct GainFixture {
     CalibrationGainLinear calibration;
 };
 
-float At(const std::vector<float>& gain, int x, int y) {
-    return gain[static_cast<size_t>(y * 12 + x)];
-}
-
 }  // namespace
 
 TEST(CalibrationGain, GoodPixelsAreThoseAtMostTheThresholdInsideTheMap) {
     GainSteps steps;
     auto map = MakeImage<unsigned char>(3, 2, {0, 1, 255, 0, 0, 0});
-    EXPECT_TRUE(steps._EffectivePixel(map, 0));
-    EXPECT_FALSE(steps._EffectivePixel(map, 1));
-    EXPECT_FALSE(steps._EffectivePixel(map, 2));
-    EXPECT_FALSE(steps._EffectivePixel(map, 6));
+    for (int index : {-1, 0, 1, 2, 5, 6}) EXPECT_EQ(index == 0 || index == 5, steps._EffectivePixel(map, index)) << index;
     LogCapture log;
     EXPECT_THROW(steps._EffectivePixel(nullptr, 0), CalibrationException);
     EXPECT_TRUE(Contains(log.lines, "CalibrationGain: _EffectivePixel failed due to null pointer"));
@@ -100,23 +80,20 @@ TEST(CalibrationGain, ExtractCollectsGoodPixelsRowAfterRowWithoutGaps) {
     auto map = MakeImage<unsigned char>(4, 3, {0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 0, 0});
     float buffer[6] = {-1, -1, -1, -1, -1, -1};
     int count = -1;
-    steps._ExtractGoodPixelInMeasureArea(image, map, ROI(1, 1, 2, 3), buffer, count);
+    steps._ExtractGoodPixelInMeasureArea(image, map, ROI(1, 1, 2, 3), buffer, count);  // to the corner
     EXPECT_EQ(5, count);
     EXPECT_EQ((std::vector<float>{5, 7, 9, 10, 11, -1}), std::vector<float>(buffer, buffer + 6));
-
     // A map shorter than the image: its missing pixels are not good.
     steps._ExtractGoodPixelInMeasureArea(image, MakeImage<unsigned char>(4, 2), ROI(1, 0, 2, 2), buffer, count);
     EXPECT_EQ(2, count);
 
     LogCapture log;
-    EXPECT_THROW(steps._ExtractGoodPixelInMeasureArea(image, map, ROI(2, 1, 2, 2), buffer, count),
-                 CalibrationException);
+    EXPECT_THROW(steps._ExtractGoodPixelInMeasureArea(image, map, ROI(2, 1, 2, 2), buffer, count), CalibrationException);
     EXPECT_TRUE(Contains(log.lines, "CalibrationGain: _ExtractGoodPixelInMeasureArea failed\n"));
-    EXPECT_THROW(steps._ExtractGoodPixelInMeasureArea(image, nullptr, ROI(0, 0, 1, 1), buffer, count),
-                 CalibrationException);  // the missing map fails inside the loop
-    EXPECT_THROW(steps._ExtractGoodPixelInMeasureArea(image, map, ROI(0, 0, 1, 1), nullptr, count),
-                 CalibrationException);
-    EXPECT_TRUE(Contains(log.lines, "_ExtractGoodPixelInMeasureArea failed due to null pointer"));
+    // The missing map fails inside the loop; the missing buffer before it.
+    EXPECT_THROW(steps._ExtractGoodPixelInMeasureArea(image, nullptr, ROI(0, 0, 1, 1), buffer, count), CalibrationException);
+    EXPECT_THROW(steps._ExtractGoodPixelInMeasureArea(image, map, ROI(0, 0, 1, 1), nullptr, count), CalibrationException);
+    EXPECT_TRUE(Contains(log.lines, "CalibrationGain: _ExtractGoodPixelInMeasureArea failed due to null pointer"));
 }
 
 TEST(CalibrationGain, LevelsAndTheirMean) {
@@ -126,15 +103,13 @@ TEST(CalibrationGain, LevelsAndTheirMean) {
     EXPECT_EQ(7.0f, steps._AverageGaussianFit(values.data(), 101, 3, 0.05f));
     EXPECT_TRUE(std::isnan(steps._AverageGaussianFit(values.data(), 0, 3, 0.05f)));
 
-    float levels[] = {1, 2, 3, 6};
+    float levels[] = {1, 2, 3, 6}, large[] = {16777216.0f, 1.0f, 1.0f};
     float mean = 0.0f;
     steps._AverageMean(levels, 4, mean);
     EXPECT_EQ(3.0f, mean);
-    steps._AverageMean(levels, 0, mean);
+    steps._AverageMean(levels, 0, mean);  // keeps the mean
     EXPECT_EQ(3.0f, mean);
-    // The sum is kept in float: 2^24 + 1 + 1 stays 2^24.
-    float large[] = {16777216.0f, 1.0f, 1.0f};
-    steps._AverageMean(large, 3, mean);
+    steps._AverageMean(large, 3, mean);  // the sum is kept in float: 2^24 + 1 + 1 stays 2^24
     EXPECT_EQ(static_cast<float>(16777216.0 / 3), mean);
     EXPECT_THROW(steps._AverageMean(nullptr, 1, mean), CalibrationException);
 }
@@ -145,8 +120,7 @@ TEST(CalibrationGain, NormalizingDividesInsideTheAreaAndGivesOneOutside) {
     auto target = MakeFilled<float>(4, 3, -9.0f);
     QuadPart area(1, 3, 1, 9);  // rows past the image are left out
     steps._Normalizing(source, 3.0f, area, target);
-    EXPECT_EQ((std::vector<float>{1, 1, 1, 1, 1, 6 / 3.0f, 7 / 3.0f, 1, 1, 10 / 3.0f, 11 / 3.0f, 1}),
-              Pixels(target));
+    EXPECT_EQ((std::vector<float>{1, 1, 1, 1, 1, 6 / 3.0f, 7 / 3.0f, 1, 1, 10 / 3.0f, 11 / 3.0f, 1}), Pixels(target));
     steps._Normalizing(source, 0.0f, area, target);
     EXPECT_EQ(std::vector<float>(12, 1.0f), Pixels(target));
     LogCapture log;
@@ -156,99 +130,68 @@ TEST(CalibrationGain, NormalizingDividesInsideTheAreaAndGivesOneOutside) {
     EXPECT_TRUE(Contains(log.lines, "CalibrationGain: _Normalizing failed due to null pointer"));
 }
 
-TEST(CalibrationGainLinear, UniformFramesGiveGainOneEverywhere) {
-    GainFixture f(Parameters());
-    LogCapture log;
-    f.calibration.CalculateGainReference({MakeFilled<unsigned short>(12, 8, 1000),
-                                          MakeFilled<unsigned short>(12, 8, 1000)});
-    EXPECT_EQ(std::vector<float>(96, 1.0f), f.Gain());
-    EXPECT_EQ((std::vector<std::string>{"I CalibrationGainLinear : CalculateGainReference\n",
-                                        "I GainLinear AverageMean : 1000\n",
-                                        "I CalibrationGainLinear : CalculateGainReference succeed\n"}),
-              log.lines);
-    EXPECT_FALSE(f.store->GetGainInversion());
-}
-
-TEST(CalibrationGainLinear, GainIsNormalisedClippedAndOneOutsideTheArea) {
+TEST(CalibrationGainLinear, GainIsNormalisedClippedInvertedAndOneOutsideTheArea) {
+    struct Case {
+        int x, y;
+        unsigned short value;
+        double gain, inverted;
+    };
+    const double top = 65535 / 16384.0;  // the store's highest gain
+    const std::vector<Case> cases{
+        {8, 2, 2000, 2.0, 0.5}, {8, 3, 10000, top, 0.25}, {8, 4, 0, 0.25, top}, {8, 5, 1250, 1.25, 0.8},
+        {2, 1, 2000, 2.0, 0.5}, {9, 6, 2000, 2.0, 0.5},  // the corners of the normalising area
+        {1, 1, 2000, 1, 1},     {10, 6, 2000, 1, 1},     {2, 0, 2000, 1, 1}, {9, 7, 2000, 1, 1}, {5, 5, 1000, 1, 1}};
     for (bool invert : {false, true}) {
         GainFixture f(Parameters(invert));
         Frame frame = MakeFilled<unsigned short>(12, 8, 1000);
-        auto set = [&](int x, int y, unsigned short v) { frame->GetData()[y * 12 + x] = v; };
-        set(8, 2, 2000);   // twice the level
-        set(8, 3, 10000);  // beyond ClipMax
-        set(8, 4, 0);      // below ClipMin
-        set(8, 5, 1250);
-        set(0, 0, 2000);   // outside the normalising area
-        set(11, 7, 0);
+        for (const Case& c : cases) frame->GetData()[c.y * 12 + c.x] = c.value;
         frame->SetProperty("image.time", 77);
-        f.calibration.CalculateGainReference({frame});
+        const std::vector<std::string> log = f.Calculate({frame});
         const std::vector<float> gain = f.Gain();
-        const float top = 65535 / 16384.0f;  // the store's highest gain
-        EXPECT_EQ(invert ? 0.5f : 2.0f, At(gain, 8, 2));
-        EXPECT_EQ(invert ? 0.25f : top, At(gain, 8, 3));
-        EXPECT_EQ(invert ? top : 0.25f, At(gain, 8, 4));
-        EXPECT_NEAR(invert ? 0.8 : 1.25, At(gain, 8, 5), 1.0 / 32768);
-        EXPECT_EQ(1.0f, At(gain, 0, 0));
-        EXPECT_EQ(1.0f, At(gain, 11, 7));
+        for (const Case& c : cases)
+            EXPECT_NEAR(invert ? c.inverted : c.gain, gain[c.y * 12 + c.x], 1.0 / 32768) << c.x << ", " << c.y;
         EXPECT_EQ(invert, f.store->GetGainInversion());
         EXPECT_EQ(77, f.store->GetGainLinear()->GetProperty<int>("image.time"));
+        EXPECT_EQ((std::vector<std::string>{"I CalibrationGainLinear : CalculateGainReference\n",
+                                            "I GainLinear AverageMean : 1000\n",
+                                            "I CalibrationGainLinear : CalculateGainReference succeed\n"}),
+                  log);
     }
 }
 
-TEST(CalibrationGainLinear, DefectsStayOutOfTheLevelButAreNormalised) {
-    GainFixture f(Parameters());
+// The level is the mean of the measure areas' levels over their good pixels.
+TEST(CalibrationGainLinear, LevelOfTheGoodPixelsOfTheMeasureAreas) {
+    GainLinearParameters none = Parameters(true);
+    none.MeasureAreas.clear();
+    GainFixture f(Parameters()), g(Parameters()), h(none);
     Frame frame = MakeFilled<unsigned short>(12, 8, 1000);
-    frame->GetData()[2 * 12 + 3] = 3000;  // in the first measure area
+    frame->GetData()[2 * 12 + 3] = 3000;  // a defect in the first measure area: normalised all the same
     f.dm->GetDM()->GetData()[2 * 12 + 3] = 1;
-    LogCapture log;
-    f.calibration.CalculateGainReference({frame});
-    EXPECT_TRUE(Contains(log.lines, "GainLinear AverageMean : 1000\n"));
-    EXPECT_EQ(3.0f, At(f.Gain(), 3, 2));
-
+    EXPECT_TRUE(Contains(f.Calculate({frame}), "GainLinear AverageMean : 1000\n"));
+    EXPECT_EQ(3.0f, f.Gain()[2 * 12 + 3]);
     // A measure area of defects only has no level: the mean is NaN, which the store
     // keeps as "no usable gain" inside the normalising area; nothing fails.
-    GainFixture g(Parameters());
     for (int i : {2 * 12 + 3, 2 * 12 + 4, 3 * 12 + 3, 3 * 12 + 4}) g.dm->GetDM()->GetData()[i] = 9;
-    LogCapture log2;
-    g.calibration.CalculateGainReference({MakeFilled<unsigned short>(12, 8, 1000)});
-    EXPECT_TRUE(Contains(log2.lines, "nan\n"));  // "nan" or "-nan", as the stream writes it
-    const std::vector<float> gain = g.Gain();
-    EXPECT_EQ(0.0f, At(gain, 5, 3));
-    EXPECT_EQ(1.0f, At(gain, 0, 0));
+    EXPECT_TRUE(Contains(g.Calculate({frame}), "nan\n"));  // "nan" or "-nan"
+    EXPECT_EQ(0.0f, g.Gain()[3 * 12 + 5]);
+    EXPECT_EQ(1.0f, g.Gain()[0]);
+    // No measure area leaves the mean at 0, and the gain at 1.0 everywhere.
+    EXPECT_TRUE(Contains(h.Calculate({frame}), "GainLinear AverageMean : 0\n"));
+    EXPECT_EQ(std::vector<float>(96, 1.0f), h.Gain());
 }
 
-TEST(CalibrationGainLinear, NoMeasureAreaLeavesTheMeanAtZero) {
-    GainLinearParameters p = Parameters(true);
-    p.MeasureAreas.clear();
-    GainFixture f(p);
-    LogCapture log;
-    f.calibration.CalculateGainReference({MakeFilled<unsigned short>(12, 8, 1234)});
-    EXPECT_TRUE(Contains(log.lines, "GainLinear AverageMean : 0\n"));
-    EXPECT_EQ(std::vector<float>(96, 1.0f), f.Gain());
-}
-
-TEST(CalibrationGainLinear, FrameByFrameMatchesTheSeriesAndTheSumNormalisesAlike) {
-    const GainLinearParameters p = Parameters();
+TEST(CalibrationGainLinear, FrameByFrameMatchesTheSeries) {
     std::vector<Frame> frames;
     for (int k = 0; k < 3; ++k) {
-        Frame frame = MakeImage<unsigned short>(12, 8);
-        for (int i = 0; i < 96; ++i) frame->GetData()[i] = static_cast<unsigned short>(900 + (i * 37 + k * 11) % 200);
-        frames.push_back(frame);
+        frames.push_back(MakeImage<unsigned short>(12, 8));
+        for (int i = 0; i < 96; ++i) frames.back()->GetData()[i] = static_cast<unsigned short>(900 + (i * 37 + k * 11) % 200);
     }
-    GainFixture series(p);
+    GainFixture series(Parameters()), single(Parameters());
     series.calibration.CalculateGainReference(frames);
-
-    GainFixture single(p);
     for (const Frame& frame : frames) single.calibration.AccumulateGainImg(frame);
     single.calibration.DivideAccumulation();
     single.calibration.CalculateGainReference();
     EXPECT_EQ(series.Gain(), single.Gain());
-
-    GainFixture sum(p);  // no division: the level scales with the sum
-    for (const Frame& frame : frames) sum.calibration.AccumulateGainImg(frame);
-    sum.calibration.CalculateGainReference();
-    const std::vector<float> a = series.Gain(), b = sum.Gain();
-    for (size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(a[i], b[i], 1.0 / 16384) << i;
 }
 
 TEST(CalibrationGainLinear, InitKeepsTheSeriesAndClearStartsAnew) {
@@ -275,8 +218,7 @@ TEST(CalibrationGainLinear, FailuresCarryTheirMessages) {
     GainFixture f(p);
     LogCapture log;
     EXPECT_THROW(f.calibration.CalculateGainReference(std::vector<Frame>{}), CalibrationException);
-    EXPECT_TRUE(Contains(log.lines,
-                         "CalibrationGainLinear::CalculateGainReference failed due uncorrect number of images"));
+    EXPECT_TRUE(Contains(log.lines, "CalibrationGainLinear::CalculateGainReference failed due uncorrect number of images"));
     EXPECT_THROW(f.calibration.AccumulateGainImg(nullptr), CalibrationException);
     EXPECT_TRUE(Contains(log.lines, "CalibrationGainLinear: AccumulateGainImg failed\n"));
 
@@ -285,8 +227,7 @@ TEST(CalibrationGainLinear, FailuresCarryTheirMessages) {
     GainFixture g(p);
     g.store->SetGainInversion(true);
     log.lines.clear();
-    EXPECT_THROW(g.calibration.CalculateGainReference({MakeFilled<unsigned short>(12, 8, 10)}),
-                 CalibrationException);
+    EXPECT_THROW(g.calibration.CalculateGainReference({MakeFilled<unsigned short>(12, 8, 10)}), CalibrationException);
     ASSERT_FALSE(log.lines.empty());
     EXPECT_NE(std::string::npos, log.lines.back().find("CalibrationGainLinear: CalculateGainReference failed\n"));
     EXPECT_TRUE(g.store->GetGainInversion());  // untouched without InvertGain

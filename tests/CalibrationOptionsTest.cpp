@@ -8,155 +8,108 @@
 #include <strings.h>
 
 #include <cstring>
-#include <utility>
 
 extern char** environ;
 
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
-using orvane::test::ScratchDirectory;
+using namespace orvane::test;
+using Names = std::vector<std::string>;
 
 namespace {
 
 const char* const kOffsetVariable = "OPTION_CALIBRATION_OFFSET_SAVE_INTERMEDIARY_SEQUENCE";
-const char* const kDmVariable = "OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE";
 const std::string kOffset = "offset_save_intermediary_sequence";
 const std::string kDm = "dm_save_intermediary_sequence";
 
-// Every variable of the prefix, in any case, removed for the test and restored after.
+// Each test starts without any variable of the prefix, in any case.
 class CalibrationOptions : public ::testing::Test {
 protected:
-    void SetUp() override { saved = TakePrefixed(); }
-    void TearDown() override {
-        TakePrefixed();
-        for (const auto& variable : saved) setenv(variable.first.c_str(), variable.second.c_str(), 1);
+    void SetUp() override {
+        std::vector<std::string> names;
+        for (char** entry = environ; *entry != nullptr; ++entry)
+            if (strncasecmp(*entry, "OPTION_CALIBRATION_", 19) == 0)
+                names.emplace_back(*entry, std::strchr(*entry, '='));
+        for (const auto& name : names) unsetenv(name.c_str());
     }
-
-private:
-    static std::vector<std::pair<std::string, std::string>> TakePrefixed() {
-        std::vector<std::pair<std::string, std::string>> taken;
-        for (char** entry = environ; *entry != nullptr; ++entry) {
-            const std::string text = *entry;
-            if (strncasecmp(text.c_str(), "OPTION_CALIBRATION_", 19) == 0) {
-                const size_t equals = text.find('=');
-                taken.emplace_back(text.substr(0, equals), text.substr(equals + 1));
-            }
-        }
-        for (const auto& variable : taken) unsetenv(variable.first.c_str());
-        return taken;
-    }
-
-    std::vector<std::pair<std::string, std::string>> saved;
 };
-
-using CalibrationOptionsFiles = CalibrationOptions;
 
 }  // namespace
 
-TEST_F(CalibrationOptions, OneVariableSetToOneSetsItsOptionOnly) {
+TEST_F(CalibrationOptions, SetOnlyByTheOneVariableOfThePrefixHoldingExactlyOne) {
     EXPECT_FALSE(IsCalibrationOptionSet(kOffset));
     setenv(kOffsetVariable, "1", 1);
+    setenv("option_calibration_dm_save_intermediary_sequence", "1", 1);  // lower case: not counted
+    setenv("OPTION_CALIBRATION_", "1", 1);                                // nor the bare prefix
     EXPECT_TRUE(IsCalibrationOptionSet(kOffset));
     EXPECT_FALSE(IsCalibrationOptionSet(kDm));
     EXPECT_FALSE(IsCalibrationOptionSet("OFFSET_SAVE_INTERMEDIARY_SEQUENCE"));
-    unsetenv(kOffsetVariable);
-    EXPECT_FALSE(IsCalibrationOptionSet(kOffset));  // read afresh
-}
-
-TEST_F(CalibrationOptions, ValueMustBeExactlyOne) {
-    for (const char* value : {"2", "true", "", " 1", "1 ", "01"}) {
+    for (const char* value : {"2", "true", "", " 1", "1 ", "01"}) {  // read afresh each time
         setenv(kOffsetVariable, value, 1);
         EXPECT_FALSE(IsCalibrationOptionSet(kOffset)) << "value '" << value << "'";
     }
-}
-
-TEST_F(CalibrationOptions, AnySecondVariableOfThePrefixDisablesEveryOption) {
-    setenv(kDmVariable, "1", 1);
-    setenv("OPTION_CALIBRATION_UNRELATED", "0", 1);
-    EXPECT_FALSE(IsCalibrationOptionSet(kDm));
-    EXPECT_FALSE(IsCalibrationOptionSet("unrelated"));
-    unsetenv("OPTION_CALIBRATION_UNRELATED");
+    // Any second variable of the prefix switches every option off.
     setenv(kOffsetVariable, "1", 1);
+    setenv("OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE", "1", 1);
     EXPECT_FALSE(IsCalibrationOptionSet(kDm));
     EXPECT_FALSE(IsCalibrationOptionSet(kOffset));
-}
-
-TEST_F(CalibrationOptions, LowerCaseVariablesAndTheBarePrefixDoNotCount) {
-    setenv("option_calibration_dm_save_intermediary_sequence", "1", 1);
+    unsetenv(kOffsetVariable);
+    setenv("OPTION_CALIBRATION_UNRELATED", "0", 1);
     EXPECT_FALSE(IsCalibrationOptionSet(kDm));
-    setenv("OPTION_CALIBRATION_", "1", 1);
-    setenv(kOffsetVariable, "1", 1);
-    EXPECT_TRUE(IsCalibrationOptionSet(kOffset));
 }
 
-TEST_F(CalibrationOptionsFiles, OneImageIsOneFrameWithoutProperties) {
+TEST_F(CalibrationOptions, OneImageIsOneFrameASequenceHasTheFirstPropertiesFailuresMakeNoFile) {
     ScratchDirectory directory;
     auto image = MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 65535});
     image->SetProperty("image.time", 7);
     SaveDebugImage(image, "OffsetDynamic", "Offset");
     SaveDebugImage(MakeImage<unsigned char>(1, 1, {200}), "DM6", "mask");
-    EXPECT_EQ(std::vector<std::string>({"DM6-ImageDebug-mask.fxd", "OffsetDynamic-ImageDebug-Offset.fxd"}),
-              directory.Entries());
-
-    ImageFxdFileIn file("OffsetDynamic-ImageDebug-Offset.fxd");
-    EXPECT_EQ(1, file.GetPixelType());
-    EXPECT_EQ(1, file.GetFrameCount());
-    EXPECT_FALSE(file.HasProperties());
-    EXPECT_EQ(Pixels(image), Pixels(file.ReadImage<unsigned short>(0)));
-    EXPECT_EQ(2, ImageFxdFileIn("DM6-ImageDebug-mask.fxd").GetPixelType());
-}
-
-TEST_F(CalibrationOptionsFiles, SequenceFramesAllCarryTheFirstImagesProperties) {
-    ScratchDirectory directory;
-    std::vector<ImagePtr<float>> images = {MakeImage<float>(2, 1, {0.5f, -1.0f}),
-                                           MakeImage<float>(2, 1, {3.25f, 1e30f}),
-                                           MakeImage<float>(2, 1, {-0.0f, 7.0f})};
+    const std::vector<ImagePtr<float>> images = {MakeImage<float>(2, 1, {0.5f, -1}),
+                                                 MakeImage<float>(2, 1, {3, 1e30f})};
     images[0]->SetProperty("image.time", 100);
     images[1]->SetProperty("image.time", 200);
     SaveDebugImage(images, "DM6", "input");
+    SaveDebugImage(std::vector<ImagePtr<unsigned short>>(), "OffsetDynamic", "input");
+    // A missing image or one of another size fails before the file is made.
+    const std::string message = "): Impossible to write image 'DM6-ImageDebug-bad.fxd'";
+    for (const auto& other : {ImagePtr<float>(), MakeImage<float>(2, 2)}) {
+        std::string text;
+        try {
+            SaveDebugImage(std::vector<ImagePtr<float>>{images[0], other}, "DM6", "bad");
+        } catch (const ImageFileException& e) {
+            text = e.what();
+        }
+        EXPECT_EQ(text.size() - message.size(), text.rfind(message)) << text;
+    }
+    EXPECT_THROW(SaveDebugImage(ImagePtr<unsigned char>(), "DM6", "bad"), ImageFileException);
+    EXPECT_EQ(Names({"DM6-ImageDebug-input.fxd", "DM6-ImageDebug-mask.fxd", "OffsetDynamic-ImageDebug-Offset.fxd"}),
+              directory.Entries());
 
-    ImageFxdFileIn file("DM6-ImageDebug-input.fxd");
-    ASSERT_EQ(3, file.GetFrameCount());
-    EXPECT_EQ(0, file.GetPixelType());
-    for (int i = 0; i < 3; ++i) {
-        const ImagePtr<float> frame = file.ReadImage<float>(i);
-        EXPECT_EQ(0, std::memcmp(images[i]->GetData(), frame->GetData(), 2 * sizeof(float))) << i;
-        EXPECT_EQ(100, frame->GetProperty<int>("image.time")) << i;
+    ImageFxdFileIn one("OffsetDynamic-ImageDebug-Offset.fxd"), sequence("DM6-ImageDebug-input.fxd");
+    EXPECT_EQ(std::vector<int>({1, 1, 0}),
+              std::vector<int>({one.GetPixelType(), one.GetFrameCount(), one.HasProperties()}));
+    EXPECT_EQ(Pixels(image), Pixels(one.ReadImage<unsigned short>(0)));
+    EXPECT_EQ(2, ImageFxdFileIn("DM6-ImageDebug-mask.fxd").GetPixelType());
+    EXPECT_EQ(std::vector<int>({0, 2}), std::vector<int>({sequence.GetPixelType(), sequence.GetFrameCount()}));
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_EQ(Pixels(images[i]), Pixels(sequence.ReadImage<float>(i))) << i;
+        EXPECT_EQ(100, sequence.ReadImage<float>(i)->GetProperty<int>("image.time")) << i;
     }
 }
 
-TEST_F(CalibrationOptionsFiles, EmptySequenceWritesNothing) {
-    ScratchDirectory directory;
-    SaveDebugImage(std::vector<ImagePtr<unsigned short>>(), "OffsetDynamic", "input");
-    EXPECT_TRUE(directory.Entries().empty());
-}
-
-TEST_F(CalibrationOptionsFiles, DynamicOffsetSavesItsThreeStagesOnlyWithTheOption) {
+TEST_F(CalibrationOptions, DynamicOffsetSavesItsThreeStagesOnlyWithTheOption) {
     ScratchDirectory directory;
     OffsetDynamicParameters parameters{0.125f};
-    auto store = boost::make_shared<ReferenceOffsetSimple>(3, 1);
-    CalibrationOffsetDynamic calibration(parameters, store);
+    CalibrationOffsetDynamic calibration(parameters, boost::make_shared<ReferenceOffsetSimple>(3, 1));
     calibration.Init();
-    const std::vector<ImagePtr<unsigned short>> frames = {
-        MakeImage<unsigned short>(3, 1, {100, 7, 65535}), MakeImage<unsigned short>(3, 1, {101, 7, 65534})};
+    const std::vector<ImagePtr<unsigned short>> frames = {MakeImage<unsigned short>(3, 1, {100, 7, 65535}),
+                                                          MakeImage<unsigned short>(3, 1, {101, 7, 65534})};
     calibration.CalculateOffsetReference(frames);
-    EXPECT_TRUE(directory.Entries().empty());
-
     setenv(kOffsetVariable, "1", 1);
-    EXPECT_THROW(calibration.CalculateOffsetReference({}), CalibrationException);
+    EXPECT_THROW(calibration.CalculateOffsetReference({}), CalibrationException);  // saves the empty series
     EXPECT_TRUE(directory.Entries().empty());
     calibration.CalculateOffsetReference(frames);
-    EXPECT_EQ(std::vector<std::string>({"OffsetDynamic-ImageDebug-Accumulation.fxd",
-                                        "OffsetDynamic-ImageDebug-Offset.fxd",
-                                        "OffsetDynamic-ImageDebug-input.fxd"}),
+    EXPECT_EQ(Names({"OffsetDynamic-ImageDebug-Accumulation.fxd", "OffsetDynamic-ImageDebug-Offset.fxd",
+                     "OffsetDynamic-ImageDebug-input.fxd"}),
               directory.Entries());
-
-    ImageFxdFileIn input("OffsetDynamic-ImageDebug-input.fxd");
-    ASSERT_EQ(2, input.GetFrameCount());
-    EXPECT_EQ(Pixels(frames[1]), Pixels(input.ReadImage<unsigned short>(1)));
-    // The sum of the two frames, then their mean rounded half up.
-    EXPECT_EQ(std::vector<float>({201.0f, 14.0f, 131069.0f}),
-              Pixels(ImageFxdFileIn("OffsetDynamic-ImageDebug-Accumulation.fxd").ReadImage<float>(0)));
-    EXPECT_EQ(std::vector<unsigned short>({101, 7, 65535}),
+    EXPECT_EQ(std::vector<unsigned short>({101, 7, 65535}),  // the mean of the frames, rounded half up
               Pixels(ImageFxdFileIn("OffsetDynamic-ImageDebug-Offset.fxd").ReadImage<unsigned short>(0)));
 }

@@ -3,54 +3,42 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <ostream>
+#include <stdexcept>
 
 using orvane::test::LogCapture;
+using Lines = std::vector<std::string>;
 
 namespace {
 
-void InnerFailure() {
-    LogAndThrow<CalibrationException>("Inner: step failed", "calibration/Inner.cpp", 12);
-}
-
-void OuterOperation() {
-    try {
-        InnerFailure();
-    } catch (...) {
-        LogAndThrow<CalibrationException>("Outer: operation failed", "calibration/Outer.cpp", 34);
-    }
-}
+struct Counted {  // counts how often it is written to a stream
+    int* writes;
+};
+std::ostream& operator<<(std::ostream& stream, const Counted& counted) { return stream << ++*counted.writes; }
 
 }  // namespace
 
-TEST(LogAndThrow, ThrowsFileLineAndMessageEvenWithoutSink) {
-    ASSERT_TRUE(logger::manager().empty_sink());
-    try {
+TEST(LogAndThrow, ThrowsFileLineAndMessageAndLogsTheChainInnerFirst) {
+    try {  // composed also without a sink
         LogAndThrow<ImageFileException>("Writer: no space", "tools/image/ImageFxdFile", 7);
-        FAIL() << "no exception";
     } catch (const ImageFileException& e) {
         EXPECT_STREQ("tools/image/ImageFxdFile(7): Writer: no space", e.what());
     }
-}
-
-TEST(LogAndThrow, OuterMessageReachesHostAndLogHoldsChainInnerFirst) {
     LogCapture log;
     try {
-        OuterOperation();
-        FAIL() << "no exception";
+        try {
+            LogAndThrow<CalibrationException>("Inner: step failed", "calibration/Inner.cpp", 12);
+        } catch (...) {
+            LogAndThrow<CalibrationException>("Outer: operation failed", "calibration/Outer.cpp", 34);
+        }
     } catch (const CalibrationException& e) {
         EXPECT_STREQ("calibration/Outer.cpp(34): Outer: operation failed", e.what());
     }
-    ASSERT_EQ(2u, log.lines.size());
-    EXPECT_EQ("E calibration/Inner.cpp(12): Inner: step failed\n", log.lines[0]);
-    EXPECT_EQ("E calibration/Outer.cpp(34): Outer: operation failed\n", log.lines[1]);
-}
-
-TEST(LogAndThrow, SourceLocationIsRelativeToTheSourceTree) {
-    try {
-        LogAndThrow<CalibrationException>("here", __FILE__, __LINE__);
-    } catch (const CalibrationException& e) {
-        EXPECT_EQ(0, std::string(e.what()).rfind("tests/LogAndThrowTest.cpp(", 0)) << e.what();
-    }
+    ASSERT_EQ(Lines({"E calibration/Inner.cpp(12): Inner: step failed\n",
+                     "E calibration/Outer.cpp(34): Outer: operation failed\n"}),
+              log.lines);
+    EXPECT_THROW(LogAndThrow<CalibrationException>("here", __FILE__, __LINE__), CalibrationException);
+    EXPECT_EQ(0, log.lines.back().rfind("E tests/LogAndThrowTest.cpp(", 0)) << "source directory not stripped";
 }
 
 TEST(Exceptions, CloneAndRaiseKeepTheConcreteType) {
@@ -58,31 +46,24 @@ TEST(Exceptions, CloneAndRaiseKeepTheConcreteType) {
     std::unique_ptr<BaseException> copy(original.Clone());
     EXPECT_STREQ("store refused", copy->what());
     EXPECT_THROW(copy->Raise(), ReferenceException);
-
-    const std::out_of_range standard("extract out of buffer range");
-    EXPECT_STREQ("extract out of buffer range", ImageFormatException(standard).what());
+    EXPECT_STREQ("extract out of buffer range",
+                 ImageFormatException(std::out_of_range("extract out of buffer range")).what());
 }
 
-TEST(Logger, LinesAreComposedOnlyWhileASinkListens) {
-    orvane::detail::LogInfo("nobody hears this");
-    LogCapture log;
+TEST(Logger, LinesAreComposedOnlyWhileASinkListensAndReachTheSinksInOrder) {
+    int writes = 0;
+    Lines heard;
+    orvane::detail::LogInfo("nobody hears this ", Counted{&writes});
+    const int first = logger::manager().add_sink([&](const std::string& s) { heard.push_back("1 " + s); });
+    const int second = logger::manager().add_sink([&](const std::string& s) { heard.push_back("2 " + s); });
     orvane::detail::LogInfo("CalibrationOffsetDynamic : UpdateSingleOffsetRef");
-    orvane::detail::LogError("value ", 42);
     logger::manager().log("");
-    ASSERT_EQ(2u, log.lines.size());
-    EXPECT_EQ("I CalibrationOffsetDynamic : UpdateSingleOffsetRef\n", log.lines[0]);
-    EXPECT_EQ("E value 42\n", log.lines[1]);
-}
-
-TEST(Logger, RemovedSinkHearsNothingAndOthersStillDo) {
-    std::vector<std::string> first, second;
-    const int a = logger::manager().add_sink([&](const std::string& s) { first.push_back(s); });
-    const int b = logger::manager().add_sink([&](const std::string& s) { second.push_back(s); });
-    orvane::detail::LogInfo("one");
-    logger::manager().remove_sink(a);
-    orvane::detail::LogInfo("two");
-    logger::manager().remove_sink(b);
-    EXPECT_EQ(std::vector<std::string>({"I one\n"}), first);
-    EXPECT_EQ(std::vector<std::string>({"I one\n", "I two\n"}), second);
+    logger::manager().remove_sink(second);
+    orvane::detail::LogError("value ", Counted{&writes});
+    logger::manager().remove_sink(first);
+    EXPECT_EQ(Lines({"1 I CalibrationOffsetDynamic : UpdateSingleOffsetRef\n",
+                     "2 I CalibrationOffsetDynamic : UpdateSingleOffsetRef\n", "1 E value 1\n"}),
+              heard);
+    EXPECT_EQ(1, writes);
     EXPECT_TRUE(logger::manager().empty_sink());
 }

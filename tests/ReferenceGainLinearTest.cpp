@@ -8,50 +8,30 @@
 #include <cmath>
 #include <limits>
 
-using orvane::test::MakeFilled;
 using orvane::test::MakeImage;
 using orvane::test::Pixels;
 using orvane::test::ScratchDirectory;
 
-namespace {
+TEST(ReferenceGainLinear, CodesStayWithinHalfAStepOnTheGainRangeAndZeroIsNoUsableGain) {
+    ReferenceGainLinear store(12, 1);
+    const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+    // Multiples of 2^-14 below 4 are exact; 4.0 and beyond take the top code; NaN,
+    // negatives and gains below 2^-15 code 0.
+    auto gain = MakeImage<float>(12, 1, {0.25f, 0.5f, 1.0f, 2.0f, 3.99993896484375f, 4.0f, 1e6f, inf, nan, -1.0f,
+                                         1.0f / 65536, 1.0f / 32768});
+    auto codes = MakeImage<unsigned short>(12, 1);
+    store.CompressImage(gain, codes);
+    EXPECT_EQ((std::vector<unsigned short>{4096, 8192, 16384, 32768, 65535, 65535, 65535, 65535, 0, 0, 0, 1}),
+              Pixels(codes));
 
-// The gain that a code stands for, written independently of the store.
-double GainOf(unsigned short code) {
-    return code / 16384.0;
-}
-
-}  // namespace
-
-TEST(ReferenceGainLinear, RoundTripStaysWithinHalfAStepOnTheGainRange) {
-    ReferenceGainLinear store(1, 1);
-    auto gain = MakeImage<float>(1, 1);
-    auto codes = MakeImage<unsigned short>(1, 1);
-    auto back = MakeImage<float>(1, 1);
+    auto back = MakeImage<float>(12, 1);
     for (float g = 0.25f; g < 4.0f; g = std::nextafter(g * 1.0007f, 5.0f)) {
         gain->GetData()[0] = g;
         store.CompressImage(gain, codes);
         store.DeCompressImage(codes, back);
         ASSERT_LE(std::fabs(back->GetData()[0] - double(g)), 1.0 / 32768) << g;
-        ASSERT_EQ(GainOf(codes->GetData()[0]), back->GetData()[0]);
+        ASSERT_EQ(codes->GetData()[0] / 16384.0, back->GetData()[0]);
     }
-    // Multiples of 2^-14 below 4 come back exactly; 4.0 becomes the top code.
-    auto exact = MakeImage<float>(5, 1, {0.25f, 0.5f, 1.0f, 2.0f, 3.99993896484375f});
-    auto exactCodes = MakeImage<unsigned short>(5, 1);
-    store.CompressImage(exact, exactCodes);
-    EXPECT_EQ((std::vector<unsigned short>{4096, 8192, 16384, 32768, 65535}), Pixels(exactCodes));
-    exact->GetData()[4] = 4.0f;
-    store.CompressImage(exact, exactCodes);
-    EXPECT_EQ(65535, exactCodes->GetData()[4]);
-}
-
-TEST(ReferenceGainLinear, CodeZeroTakesWhatHasNoUsableGain) {
-    ReferenceGainLinear store(6, 1);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    const float inf = std::numeric_limits<float>::infinity();
-    auto gain = MakeImage<float>(6, 1, {nan, -1.0f, 1.0f / 65536, 1.0f / 32768, 1e6f, inf});
-    auto codes = MakeImage<unsigned short>(6, 1);
-    store.CompressImage(gain, codes);
-    EXPECT_EQ((std::vector<unsigned short>{0, 0, 0, 1, 65535, 65535}), Pixels(codes));
 }
 
 TEST(ReferenceGainLinear, RefusesMissingAndMismatchedImages) {
@@ -60,22 +40,20 @@ TEST(ReferenceGainLinear, RefusesMissingAndMismatchedImages) {
     EXPECT_THROW(store.CompressImage(MakeImage<float>(2, 4), store.GetGainLinear()), ReferenceException);
     EXPECT_THROW(store.DeCompressImage(store.GetGainLinear(), MakeImage<float>(4, 3)), ReferenceException);
     EXPECT_THROW(CorrectionGainLinear(nullptr), ReferenceException);
-    auto store2 = boost::make_shared<ReferenceGainLinear>(4, 2);
-    CorrectionGainLinear correction(store2);
+    CorrectionGainLinear correction(boost::make_shared<ReferenceGainLinear>(4, 2));
     ImagePtr<float> wrong = MakeImage<float>(4, 3);
     EXPECT_THROW(correction.Correct(wrong), ReferenceException);
 }
 
 TEST(ReferenceGainLinear, SaveAndLoadKeepGainPropertiesAndInversion) {
     ScratchDirectory directory;
-    ReferenceGainLinear saved(3, 2, "gain.fxd");
+    ReferenceGainLinear saved(3, 2, "gain.fxd"), loaded(3, 2, "gain.fxd"), otherSize(2, 3, "gain.fxd");
     saved.CompressImage(MakeImage<float>(3, 2, {1.0f, 2.0f, 0.5f, 0.25f, 3.0f, 1.5f}), saved.GetGainLinear());
     saved.GetGainLinear()->SetProperty("image.time", 42);
     saved.SetGainInversion(true);
     saved.SetValid(true);
     saved.Save();
 
-    ReferenceGainLinear loaded(3, 2, "gain.fxd");
     const ImagePtr<unsigned short> live = loaded.GetGainLinear();
     loaded.Load();
     EXPECT_EQ(live, loaded.GetGainLinear());
@@ -83,8 +61,6 @@ TEST(ReferenceGainLinear, SaveAndLoadKeepGainPropertiesAndInversion) {
     EXPECT_EQ(42, live->GetProperty<int>("image.time"));
     EXPECT_TRUE(loaded.GetGainInversion());
     EXPECT_TRUE(loaded.IsValid());
-
-    ReferenceGainLinear otherSize(2, 3, "gain.fxd");
     EXPECT_THROW(otherSize.Load(), ReferenceException);
     EXPECT_FALSE(otherSize.GetGainInversion());
     EXPECT_FALSE(otherSize.IsValid());
@@ -94,12 +70,12 @@ TEST(CorrectionGainLinear, DividesOrMultipliesByTheStoredGain) {
     auto store = boost::make_shared<ReferenceGainLinear>(4, 1);
     store->CompressImage(MakeImage<float>(4, 1, {2.0f, 0.5f, 1.5f, 0.0f}), store->GetGainLinear());
     CorrectionGainLinear correction(store);
-    ImagePtr<float> image = MakeImage<float>(4, 1, {1000.0f, 1000.0f, 1000.0f, 1000.0f});
-    correction.Correct(image);
-    EXPECT_EQ((std::vector<float>{500.0f, 2000.0f, 1000.0f / 1.5f, 0.0f}), Pixels(image));
-
-    store->SetGainInversion(true);  // read at each Correct
-    image = MakeImage<float>(4, 1, {1000.0f, 1000.0f, 1000.0f, 1000.0f});
-    correction.Correct(image);
-    EXPECT_EQ((std::vector<float>{2000.0f, 500.0f, 1500.0f, 0.0f}), Pixels(image));
+    for (bool inverted : {false, true}) {
+        store->SetGainInversion(inverted);  // read at each Correct
+        ImagePtr<float> image = MakeImage<float>(4, 1, {1000.0f, 1000.0f, 1000.0f, 1000.0f});
+        correction.Correct(image);
+        EXPECT_EQ((inverted ? std::vector<float>{2000.0f, 500.0f, 1500.0f, 0.0f}
+                            : std::vector<float>{500.0f, 2000.0f, 1000.0f / 1.5f, 0.0f}),
+                  Pixels(image));
+    }
 }
