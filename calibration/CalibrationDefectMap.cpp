@@ -79,6 +79,10 @@ void CalibrationDefectMap::_Clear() {
     collection->Release(defects);
     collection->Close();
     collection.reset();
+    // Without images, a call after Clear fails as one before Init.
+    work.reset();
+    quantised.reset();
+    defects.reset();
     initialized = false;
 }
 

@@ -68,6 +68,10 @@ void CalibrationDefectMapGain::_Clear() {
     collection->Release(defects);
     collection->Close();
     collection.reset();
+    // Without images, a call after Clear fails as one before Init.
+    work.reset();
+    quantised.reset();
+    defects.reset();
     initialized = false;
 }
 

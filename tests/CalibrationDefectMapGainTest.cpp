@@ -115,6 +115,8 @@ TEST(CalibrationDefectMapGain, FailuresCarryTheirMessagesAndChangeNothing) {
     EXPECT_EQ("CalibrationDefectMapGain: UpdateDefectMapReference failed to check DM",
               FailureText([&] { noFlag.UpdateDefectMapReference(); }));
     noFlag.Clear();
+    EXPECT_EQ("CalibrationDefectMapGain : DefectMapGain failed because Init has not run",  // images given back
+              FailureText([&] { noFlag.DefectMapGain(); }));
 
     Fixture f(p);
     f.SetGain(30, 30, 0.25f);

@@ -184,6 +184,8 @@ TEST(CalibrationDefectMap, FailuresCarryTheirMessagesAndKeepTheCountsAndTheDose)
     EXPECT_EQ(1.0f, Pool(2)[30 * W + 30]);
     EXPECT_EQ(1u, Count(log.lines, "Dose 2 - Number of detected defects : 1\n"));
     f.calibration.Clear();
+    EXPECT_EQ("CalibrationDefectMap::DefectMap6 failed because Init has not run",  // images given back
+              FailureText([&] { f.calibration.DefectMap6({Flat()}); }));
 
     CalibrationDefectMap noFlag(p, f.store, SmoothGain(), nullptr);
     EXPECT_EQ("CalibrationDefectMap : DefectMap6 failed because Init has not run",
