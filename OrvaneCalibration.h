@@ -38,6 +38,8 @@
 
 #include "parameters/AutomaticDefectParametersSet.h"
 #include "parameters/CalibrationClustersParametersSet.h"
+#include "parameters/DMFlagParametersSet.h"
+#include "parameters/DMFlagZoomParametersSet.h"
 #include "parameters/DefectMapDarkParametersSet.h"
 #include "parameters/DefectMapDarkZoomParametersSet.h"
 #include "parameters/DefectMapGainParametersSet.h"
@@ -45,6 +47,8 @@
 #include "parameters/DefectMapUntypicalParametersSet.h"
 #include "parameters/DefectMapZoomParametersSet.h"
 #include "parameters/EchoLineParametersSet.h"
+#include "parameters/GainLinearParametersSet.h"
+#include "parameters/GainLinearStandardZoomParametersSet.h"
 #include "parameters/GainPolyParametersSet.h"
 #include "parameters/OffsetDynamicParameters.h"
 #include "parameters/OffsetDynamicParametersSet.h"
