@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
     build-essential g++ clang cmake ninja-build make
-    libboost-dev libboost-program-options-dev
+    libboost-dev libboost-program-options-dev libpng-dev
     libgtest-dev libgmock-dev googletest libbenchmark-dev
 )
 

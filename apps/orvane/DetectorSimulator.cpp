@@ -1,0 +1,430 @@
+// The simulated panel, per pixel p and acquisition k (darks first, then the flats
+// dose by dose; temperature 30 + 0.05 k degrees, time 10 k seconds):
+//   dark  = offset[p] + 2 counts per degree above 30 + noise (sigma 6, x20 if noisy)
+//   flat  = dark + s (1 - a s), s = dose * response[p], noise sigma sqrt(36 + s / 4)
+// offset: 1000 + fixed pattern (sigma 20) + column pattern (sigma 8), hot pixels
+// 2000..8000 higher with a dark current that doubles every 6 degrees; response: a
+// smooth shading (about 0.9 at the edges to 1.05 in the middle) times a per-pixel
+// spread of 2 %, 1..4 % for dead and cluster pixels, 50 % for defective rows and
+// columns, which also saturate 15 times faster than the ~3 % loss (a) of a normal
+// pixel at 32000. An echo row adds 3 % of the signal of the row above.
+#include "apps/orvane/DetectorSimulator.h"
+
+#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/InputError.h"
+#include "apps/orvane/ModelGeometry.h"
+
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+namespace orvane {
+namespace app {
+
+namespace {
+
+// Noise and fixed patterns come from a counter-based hash of (seed, stream, pixel),
+// so any frame can be made on its own, in any order, with the same result.
+constexpr std::uint64_t kGolden = 0x9E3779B97F4A7C15ull;
+
+inline std::uint64_t Mix(std::uint64_t z) {
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+
+// Streams of hashes; the frames use kFrameStreams + their acquisition number.
+enum Stream : std::uint64_t {
+    kOffsetStream = 1,
+    kColumnStream,
+    kGainStream,
+    kNonlinearityStream,
+    kDefectStream,
+    kPlacementStream,
+    kFrameStreams = 16
+};
+
+std::uint64_t StreamKey(std::uint32_t seed, std::uint64_t stream) {
+    return Mix(Mix(seed + kGolden) ^ (stream * 0xD1B54A32D192ED03ull));
+}
+
+inline std::uint64_t Hash(std::uint64_t key, std::size_t index) { return Mix(key + (index + 1) * kGolden); }
+
+// Uniform in [0, 1).
+inline float Uniform(std::uint64_t h) { return static_cast<float>(h >> 40) * (1.0f / 16777216.0f); }
+
+// Approximately standard normal: the sum of four 16-bit uniforms, centred and scaled
+// (tails end at +-3.46 sigma, which real read-out noise hardly exceeds either).
+inline float Normal(std::uint64_t h) {
+    const auto sum = static_cast<std::int32_t>((h & 0xFFFFu) + ((h >> 16) & 0xFFFFu) + ((h >> 32) & 0xFFFFu) +
+                                               (h >> 48));
+    return static_cast<float>(sum - 131070) * (1.7320508f / 65536.0f);
+}
+
+constexpr float kDarkLevel = 1000.0f;
+constexpr float kFixedPatternSigma = 20.0f;
+constexpr float kColumnPatternSigma = 8.0f;
+constexpr float kReadNoiseSigma = 6.0f;
+constexpr float kNoisyFactor = 20.0f;
+constexpr float kCountsPerDegree = 2.0f;
+constexpr float kNonlinearity = 1.0e-6f;  // relative loss per count of signal: ~3 % at 32000
+constexpr float kEcho = 0.03f;
+constexpr float kLineNonlinearity = 15.0f;  // defective rows and columns also saturate early
+constexpr float kHotDoublingDegrees = 6.0f;  // the dark current of a hot pixel doubles every 6 degrees
+
+bool IsLineKind(unsigned char kind) {
+    return kind >= static_cast<unsigned char>(DefectKind::Line) &&
+           kind <= static_cast<unsigned char>(DefectKind::PartialColumn);
+}
+
+// The quadratic loss coefficient of pixel p: the signal s reads s * (1 - a * s).
+inline float Curvature(std::uint64_t key, std::size_t p, unsigned char kind) {
+    const float a = kNonlinearity * (0.9f + 0.2f * Uniform(Hash(key, p)));
+    return IsLineKind(kind) ? a * kLineNonlinearity : a;
+}
+
+// The dark level a hot pixel has above its neighbours at the reference temperature.
+inline float HotExcess(std::uint64_t key, std::size_t p) { return 2000.0f + 6000.0f * Uniform(Hash(key, p)); }
+
+float Temperature(int acquisition) { return 30.0f + 0.05f * static_cast<float>(acquisition); }
+
+// Deterministic choices for placing defects.
+class Placer {
+public:
+    explicit Placer(std::uint64_t key) : state(key) {}
+    int Below(int n) { return n <= 0 ? 0 : static_cast<int>(Mix(state += kGolden) % static_cast<std::uint64_t>(n)); }
+    int Between(int low, int high) { return low + Below(high - low + 1); }
+
+private:
+    std::uint64_t state;
+};
+
+// Plants the defects into `kinds` (all None on entry), keeping them `border` pixels
+// from the edges (whole rows and columns excepted) and one good pixel apart.
+class DefectPlanter {
+public:
+    DefectPlanter(unsigned char* kinds, int width, int height, std::uint64_t key)
+        : kinds(kinds), width(width), height(height), placer(key),
+          border(std::max(1, std::min(64, std::min(width, height) / 8))) {}
+
+    void Plant(GroundTruth& truth, std::vector<unsigned char>& echoRows) {
+        const long pixels = static_cast<long>(width) * height;
+        const bool large = std::min(width, height) >= 256;
+        const int wholeLines = large ? 2 : 1;
+        const int partials = large ? 3 : 1;
+        std::vector<int> lineRows;
+        for (int i = 0; i < wholeLines; ++i) {
+            const int y = Spaced(lineRows, height);
+            if (y < 0) break;
+            for (int x = 0; x < width; ++x) Mark(x, y, DefectKind::Line);
+        }
+        std::vector<int> lineColumns;
+        for (int i = 0; i < wholeLines; ++i) {
+            const int x = Spaced(lineColumns, width);
+            if (x < 0) break;
+            for (int y = 0; y < height; ++y) Mark(x, y, DefectKind::Column);
+        }
+        // Echo rows: not a defective row nor next to one, and apart from each other.
+        // Nothing else is planted on them, so that a dead pixel stays dark.
+        std::vector<int> echoes;
+        for (int i = 0, tries = 0; i < partials && tries < 1000; ++tries) {
+            const int y = placer.Between(border, height - border - 1);
+            bool ok = true;
+            for (int row : lineRows) ok = ok && std::abs(row - y) > 1;
+            for (int row : echoes) ok = ok && std::abs(row - y) > 1;
+            if (!ok) continue;
+            echoes.push_back(y);
+            ++i;
+        }
+        std::sort(echoes.begin(), echoes.end());
+        for (int y : echoes) echoRows[static_cast<std::size_t>(y)] = 1;
+        blockedRows = &echoRows;
+        truth.echoLines = echoes;
+
+        const int innerWidth = width - 2 * border, innerHeight = height - 2 * border;
+        // Runs at most a quarter of the inner frame, so that small frames find room.
+        for (int i = 0; i < partials; ++i) {
+            const int length = std::min(placer.Between(100, 300), innerWidth / 4);
+            PlaceBlock(length, 1, DefectKind::PartialLine);
+        }
+        for (int i = 0; i < partials; ++i) {
+            const int length = std::min(placer.Between(100, 300), innerHeight / 4);
+            PlaceBlock(1, length, DefectKind::PartialColumn);
+        }
+        const int clusters = std::max(1, static_cast<int>(pixels / 2000000));
+        for (int i = 0; i < clusters; ++i) {
+            const int w = placer.Between(3, 5), h = placer.Between(3, 5);
+            ROI box;
+            if (PlaceBlock(w, h, DefectKind::Cluster, &box)) truth.clusters.push_back(box);
+        }
+        PlacePoints(std::max(1L, pixels / 5000), DefectKind::Hot);
+        PlacePoints(std::max(1L, pixels / 5000), DefectKind::Dead);
+        PlacePoints(std::max(1L, pixels / 10000), DefectKind::Noisy);
+    }
+
+private:
+    void Mark(int x, int y, DefectKind kind) {
+        unsigned char& pixel = kinds[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)];
+        if (pixel == static_cast<unsigned char>(DefectKind::None)) pixel = static_cast<unsigned char>(kind);
+    }
+
+    // A row (or column) inside the border, at least 2 away from the ones in `taken`.
+    int Spaced(std::vector<int>& taken, int extent) {
+        for (int tries = 0; tries < 1000; ++tries) {
+            const int v = placer.Between(border, extent - border - 1);
+            bool ok = true;
+            for (int t : taken) ok = ok && std::abs(t - v) > 1;
+            if (ok) {
+                taken.push_back(v);
+                return v;
+            }
+        }
+        return -1;
+    }
+
+    // Whether the block and a one-pixel ring around it are all good pixels.
+    bool Free(int x0, int y0, int w, int h) const {
+        for (int y = std::max(0, y0 - 1); y <= std::min(height - 1, y0 + h); ++y) {
+            if (blockedRows && (*blockedRows)[static_cast<std::size_t>(y)] && y >= y0 && y < y0 + h) return false;
+            for (int x = std::max(0, x0 - 1); x <= std::min(width - 1, x0 + w); ++x) {
+                if (kinds[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)] != 0) return false;
+            }
+        }
+        return true;
+    }
+
+    bool PlaceBlock(int w, int h, DefectKind kind, ROI* box = nullptr) {
+        if (w < 1 || h < 1 || w > width - 2 * border || h > height - 2 * border) return false;
+        for (int tries = 0; tries < 200; ++tries) {
+            const int x0 = placer.Between(border, width - border - w);
+            const int y0 = placer.Between(border, height - border - h);
+            if (!Free(x0, y0, w, h)) continue;
+            for (int y = y0; y < y0 + h; ++y) {
+                for (int x = x0; x < x0 + w; ++x) Mark(x, y, kind);
+            }
+            if (box) {
+                *box = ROI(static_cast<unsigned short>(y0), static_cast<unsigned short>(x0),
+                           static_cast<unsigned short>(h), static_cast<unsigned short>(w));
+            }
+            return true;
+        }
+        return false;
+    }
+
+    void PlacePoints(long count, DefectKind kind) {
+        for (long placed = 0, tries = 0; placed < count && tries < 20 * count + 100; ++tries) {
+            if (PlaceBlock(1, 1, kind)) ++placed;
+        }
+    }
+
+    unsigned char* kinds;
+    int width;
+    int height;
+    Placer placer;
+    int border;
+    const std::vector<unsigned char>* blockedRows = nullptr;  // rows nothing more goes on
+};
+
+std::vector<float> DoseSignals(int doses) {
+    if (doses == 5) return {4000.0f, 8000.0f, 16000.0f, 24000.0f, 32000.0f};
+    std::vector<float> signals;
+    for (int d = 1; d <= doses; ++d) signals.push_back(32000.0f * static_cast<float>(d) / static_cast<float>(doses));
+    return signals;
+}
+
+}  // namespace
+
+DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(given) {
+    const ModelGeometry geometry = FindModel(options.model);
+    if (options.width < 0 || options.height < 0) throw std::invalid_argument("negative frame size");
+    if (options.width == 0) options.width = geometry.width;
+    if (options.height == 0) options.height = geometry.height;
+    if (options.width < 16 || options.height < 16 || options.width > 16384 || options.height > 16384) {
+        throw std::invalid_argument("frame size must lie between 16 x 16 and 16384 x 16384");
+    }
+    if (options.darkFrames < 1 || options.doses < 0 || options.framesPerDose < 1) {
+        throw std::invalid_argument("need a dark frame and a frame per dose");
+    }
+    const int width = options.width, height = options.height;
+    const std::size_t count = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+
+    truth.model = options.model;
+    truth.width = width;
+    truth.height = height;
+    truth.darkFrames = options.darkFrames;
+    truth.framesPerDose = options.framesPerDose;
+    truth.offset = boost::make_shared<ImageAcquisition<float>>(width, height);
+    truth.gain = boost::make_shared<ImageAcquisition<float>>(width, height);
+    truth.defects = boost::make_shared<ImageAcquisition<unsigned char>>(width, height);
+    response.assign(count, 0.0f);
+    echoRows.assign(static_cast<std::size_t>(height), 0);
+    doseSignals = DoseSignals(options.doses);
+    nonlinearityKey = StreamKey(options.seed, kNonlinearityStream);
+
+    unsigned char* kinds = truth.defects->GetData();
+    DefectPlanter(kinds, width, height, StreamKey(options.seed, kPlacementStream)).Plant(truth, echoRows);
+
+    // Separable shading: a cosine bump (1.05 in the middle, 0.9 at the edges) and a tilt.
+    const std::uint64_t columnKey = StreamKey(options.seed, kColumnStream);
+    std::vector<float> column(static_cast<std::size_t>(width)), shadeX(column.size()), tilt(column.size());
+    std::vector<float> shadeY(static_cast<std::size_t>(height));
+    const float halfPi = 1.5707963f;
+    for (int x = 0; x < width; ++x) {
+        const float xn = (static_cast<float>(x) + 0.5f) / static_cast<float>(width) * 2.0f - 1.0f;
+        column[static_cast<std::size_t>(x)] = kColumnPatternSigma * Normal(Hash(columnKey, static_cast<std::size_t>(x)));
+        shadeX[static_cast<std::size_t>(x)] = std::cos(halfPi * xn);
+        tilt[static_cast<std::size_t>(x)] = 0.02f * xn;
+    }
+    for (int y = 0; y < height; ++y) {
+        const float yn = (static_cast<float>(y) + 0.5f) / static_cast<float>(height) * 2.0f - 1.0f;
+        shadeY[static_cast<std::size_t>(y)] = std::cos(halfPi * yn);
+    }
+
+    const std::uint64_t offsetKey = StreamKey(options.seed, kOffsetStream);
+    const std::uint64_t gainKey = StreamKey(options.seed, kGainStream);
+    const std::uint64_t defectKey = StreamKey(options.seed, kDefectStream);
+    float* offset = truth.offset->GetData();
+    float* gain = truth.gain->GetData();
+    double sum = 0.0;
+    for (int y = 0; y < height; ++y) {
+        const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        const float sy = shadeY[static_cast<std::size_t>(y)];
+        for (int x = 0; x < width; ++x) {
+            const std::size_t p = row + static_cast<std::size_t>(x);
+            const auto kind = static_cast<DefectKind>(kinds[p]);
+            float level = kDarkLevel + kFixedPatternSigma * Normal(Hash(offsetKey, p)) + column[static_cast<std::size_t>(x)];
+            float r = (0.9f + 0.15f * shadeX[static_cast<std::size_t>(x)] * sy + tilt[static_cast<std::size_t>(x)]) *
+                      (1.0f + 0.02f * Normal(Hash(gainKey, p)));
+            switch (kind) {
+                case DefectKind::Hot: level += HotExcess(defectKey, p); break;
+                case DefectKind::Dead: r *= 0.01f + 0.03f * Uniform(Hash(defectKey, p)); break;
+                case DefectKind::Cluster: r *= 0.03f; break;
+                case DefectKind::Line:
+                case DefectKind::Column:
+                case DefectKind::PartialLine:
+                case DefectKind::PartialColumn: r *= 0.5f; break;
+                default: break;
+            }
+            offset[p] = level;
+            response[p] = r;
+        }
+    }
+    // The truth gain is the linear response a flat shows, echo included, with mean 1.
+    for (int y = 0; y < height; ++y) {
+        const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        const float* above = echoRows[static_cast<std::size_t>(y)] ? response.data() + row - static_cast<std::size_t>(width) : nullptr;
+        for (std::size_t x = 0; x < static_cast<std::size_t>(width); ++x) {
+            gain[row + x] = response[row + x] + (above ? kEcho * above[x] : 0.0f);
+            sum += gain[row + x];
+        }
+    }
+    const float scale = static_cast<float>(static_cast<double>(count) / sum);
+    double loss = 0.0;  // mean of a * r^2: the non-linear loss is signal^2 times this
+    for (std::size_t p = 0; p < count; ++p) {
+        gain[p] *= scale;
+        response[p] *= scale;
+        const float a = Curvature(nonlinearityKey, p, kinds[p]);
+        loss += static_cast<double>(a * response[p] * response[p]);
+    }
+    loss /= static_cast<double>(count);
+    for (float signal : doseSignals) {
+        truth.doseLevels.push_back(static_cast<float>(signal * (1.0 - signal * loss)));
+    }
+}
+
+ImagePtr<unsigned short> DetectorSimulator::Dark(int index) const {
+    if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
+    return Frame(index, 0.0f);
+}
+
+ImagePtr<unsigned short> DetectorSimulator::Flat(int dose, int index) const {
+    if (dose < 1 || dose > options.doses || index < 0 || index >= options.framesPerDose) {
+        throw std::out_of_range("no flat frame " + std::to_string(index) + " of dose " + std::to_string(dose));
+    }
+    return Frame(options.darkFrames + (dose - 1) * options.framesPerDose + index,
+                 doseSignals[static_cast<std::size_t>(dose - 1)]);
+}
+
+ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal) const {
+    const int width = options.width, height = options.height;
+    auto image = boost::make_shared<ImageAcquisition<unsigned short>>(width, height);
+    const float temperature = Temperature(acquisition);
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2f", static_cast<double>(temperature));
+    image->SetProperty("image.temperature", std::string(text));
+    image->SetProperty("image.time", static_cast<long long>(10) * acquisition);
+
+    const float drift = kCountsPerDegree * (temperature - Temperature(0));
+    const float hotGrowth = std::exp2((temperature - Temperature(0)) / kHotDoublingDegrees) - 1.0f;
+    const std::uint64_t defectKey = StreamKey(options.seed, kDefectStream);
+    const std::uint64_t noiseKey = StreamKey(options.seed, kFrameStreams + static_cast<std::uint64_t>(acquisition));
+    const std::uint64_t curveKey = nonlinearityKey;
+    const float* offset = truth.offset->GetData();
+    const unsigned char* kinds = truth.defects->GetData();
+    const float* r = response.data();
+    unsigned short* out = image->GetData();
+    // The signal of pixel p: the response, less a small per-pixel quadratic loss.
+    auto lit = [signal, r, curveKey, kinds](std::size_t p) {
+        const float s = signal * r[p];
+        return s * (1.0f - Curvature(curveKey, p, kinds[p]) * s);
+    };
+    auto store = [out](std::size_t p, float value) {
+        out[p] = static_cast<unsigned short>(std::min(65535.0f, std::max(0.0f, value + 0.5f)));
+    };
+    const float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
+    for (int y = 0; y < height; ++y) {
+        const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+        const std::size_t end = row + static_cast<std::size_t>(width);
+        const bool echo = signal > 0.0f && echoRows[static_cast<std::size_t>(y)] != 0;
+        for (std::size_t p = row; p < end; ++p) {
+            float s = 0.0f;
+            if (signal > 0.0f) {
+                s = lit(p);
+                if (echo) s += kEcho * lit(p - static_cast<std::size_t>(width));
+            }
+            float level = offset[p] + drift + s;
+            float sigma = std::sqrt(darkVariance + 0.25f * s);
+            if (kinds[p] == static_cast<unsigned char>(DefectKind::Noisy)) {
+                sigma *= kNoisyFactor;
+            } else if (kinds[p] == static_cast<unsigned char>(DefectKind::Hot)) {
+                level += hotGrowth * HotExcess(defectKey, p);
+            }
+            store(p, level + sigma * Normal(Hash(noiseKey, p)));
+        }
+    }
+    return image;
+}
+
+void WriteSimulatedSeries(const SimulationOptions& options, const std::string& dir, Progress& progress) {
+    std::error_code error;
+    std::filesystem::create_directories(dir, error);
+    if (error) throw InputError(dir, "cannot be created: " + error.message());
+    const DetectorSimulator simulator(options);
+    const GroundTruth& truth = simulator.Truth();
+    const std::string size = std::to_string(truth.width) + " x " + std::to_string(truth.height);
+
+    progress.Stage("simulating " + std::to_string(options.darkFrames) + " dark frames of " + size);
+    for (int i = 0; i < options.darkFrames; ++i) {
+        WriteFrame(dir + "/" + DarkFileName(i), *simulator.Dark(i));
+        progress.Step(i + 1, options.darkFrames);
+    }
+    for (int dose = 1; dose <= options.doses; ++dose) {
+        progress.Stage("simulating " + std::to_string(options.framesPerDose) + " flat frames of dose " +
+                       std::to_string(dose) + " (signal " +
+                       std::to_string(static_cast<int>(truth.doseLevels[static_cast<std::size_t>(dose - 1)])) + ")");
+        for (int i = 0; i < options.framesPerDose; ++i) {
+            WriteFrame(dir + "/" + FlatFileName(dose, i), *simulator.Flat(dose, i));
+            progress.Step(i + 1, options.framesPerDose);
+        }
+    }
+    progress.Stage("writing the ground truth");
+    SaveGroundTruth(truth, dir);
+}
+
+}  // namespace app
+}  // namespace orvane

@@ -1,0 +1,57 @@
+#ifndef ORVANE_APPS_DETECTORSIMULATOR_H
+#define ORVANE_APPS_DETECTORSIMULATOR_H
+
+#include "apps/orvane/GroundTruth.h"
+#include "apps/orvane/Progress.h"
+#include "image/ImageAcquisition.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orvane {
+namespace app {
+
+struct SimulationOptions {
+    std::string model;        // a key of KnownModels()
+    int width = 0;            // frame size; 0 = the model's
+    int height = 0;
+    std::uint32_t seed = 1;
+    int darkFrames = 10;
+    int doses = 5;
+    int framesPerDose = 10;
+};
+
+// A synthetic flat-panel detector: per-pixel dark level with temperature and time
+// drift, per-pixel gain with low-frequency shading and a mild per-pixel non-linearity,
+// temporal noise, and planted defects of every DefectKind, echo lines and clusters.
+// Deterministic for a given seed: frame k is the same whichever order frames are made.
+class DetectorSimulator {
+public:
+    explicit DetectorSimulator(const SimulationOptions& options);
+
+    const GroundTruth& Truth() const { return truth; }
+    ImagePtr<unsigned short> Dark(int index) const;
+    ImagePtr<unsigned short> Flat(int dose, int index) const;  // dose 1..doses
+
+private:
+    // Acquisition `acquisition` (darks first, then the flats dose by dose), lit with
+    // the nominal signal `signal` (0 for a dark frame).
+    ImagePtr<unsigned short> Frame(int acquisition, float signal) const;
+
+    SimulationOptions options;
+    GroundTruth truth;
+    std::vector<float> response;          // per-pixel response before the echo; the truth gain adds it
+    std::vector<unsigned char> echoRows;  // 1 for a row that echoes the row above
+    std::vector<float> doseSignals;       // nominal signal of each dose, lowest first
+    std::uint64_t nonlinearityKey = 0;    // stream of the per-pixel non-linearity
+};
+
+// Writes every dark and flat frame of `options` and the ground truth into `dir`
+// (created if missing), reporting a stage per series and a step per frame.
+void WriteSimulatedSeries(const SimulationOptions& options, const std::string& dir, Progress& progress);
+
+}  // namespace app
+}  // namespace orvane
+
+#endif

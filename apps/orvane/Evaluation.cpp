@@ -1,0 +1,157 @@
+#include "apps/orvane/Evaluation.h"
+
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <stdexcept>
+
+namespace orvane {
+namespace app {
+
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// Every image compared must have the size of the truth.
+template <typename T>
+void CheckSize(const ImagePtr<T>& image, const char* what, int width, int height) {
+    if (image && (image->GetWidth() != width || image->GetHeight() != height)) {
+        throw std::invalid_argument(std::string("evaluation: ") + what + " is " + std::to_string(image->GetWidth()) +
+                                    " x " + std::to_string(image->GetHeight()) + ", the truth " +
+                                    std::to_string(width) + " x " + std::to_string(height));
+    }
+}
+
+// Mean |gain / truth - 1| over good pixels (none planted there) where both are finite
+// and positive, each normalised by its own mean over those pixels first, since the
+// calibration may scale its gain differently from the truth.
+double GainError(const float* gain, const float* truth, const unsigned char* kinds, size_t n) {
+    auto usable = [&](size_t i) {
+        return kinds[i] == static_cast<unsigned char>(DefectKind::None) && std::isfinite(gain[i]) &&
+               std::isfinite(truth[i]) && gain[i] > 0.0f && truth[i] > 0.0f;
+    };
+    double gainSum = 0.0;
+    double truthSum = 0.0;
+    size_t count = 0;
+    for (size_t i = 0; i < n; ++i) {
+        if (usable(i)) {
+            gainSum += gain[i];
+            truthSum += truth[i];
+            ++count;
+        }
+    }
+    if (count == 0) {
+        return kNaN;
+    }
+    // (g / gMean) / (t / tMean) - 1 = g / t * ratio - 1
+    const double ratio = truthSum / gainSum;
+    double errorSum = 0.0;
+    for (size_t i = 0; i < n; ++i) {
+        if (usable(i)) {
+            errorSum += std::fabs(static_cast<double>(gain[i]) / truth[i] * ratio - 1.0);
+        }
+    }
+    return errorSum / static_cast<double>(count);
+}
+
+// One "name  value %" row of the figures below the kinds.
+void PrintPercent(std::ostream& out, const char* name, double fraction, const char* note = "") {
+    char line[160];
+    std::snprintf(line, sizeof line, "%-24s %8.3f %%%s\n", name, 100.0 * fraction, note);
+    out << line;
+}
+
+}  // namespace
+
+Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs) {
+    if (!truth.defects) {
+        throw std::invalid_argument("evaluation: the truth has no defect map");
+    }
+    const int width = truth.width;
+    const int height = truth.height;
+    CheckSize(truth.defects, "the truth defect map", width, height);
+    CheckSize(truth.gain, "the truth gain", width, height);
+    CheckSize(outputs.defects, "the defect map", width, height);
+    CheckSize(outputs.gain, "the gain", width, height);
+
+    Evaluation result;
+    result.nonUniformityBefore = outputs.nonUniformityBefore;
+    result.nonUniformityAfter = outputs.nonUniformityAfter;
+
+    const size_t n = static_cast<size_t>(width) * static_cast<size_t>(height);
+    const unsigned char* kinds = truth.defects->GetData();
+    std::array<long, kDefectKindCount> planted{};
+    std::array<long, kDefectKindCount> found{};
+    if (outputs.defects) {
+        // Echo rows belong in the map (the echo-line step reads them from it), so a
+        // flagged pixel there is no false find.
+        std::vector<unsigned char> echoRow(static_cast<size_t>(height), 0);
+        for (int row : truth.echoLines) {
+            if (row >= 0 && row < height) echoRow[static_cast<size_t>(row)] = 1;
+        }
+        const unsigned char* map = outputs.defects->GetData();
+        for (size_t i = 0; i < n; ++i) {
+            const unsigned char kind = kinds[i];
+            const bool flagged = map[i] != 0;
+            if (kind < kDefectKindCount) {
+                ++planted[kind];
+                found[kind] += flagged;
+            }
+            result.flagged += flagged;
+            result.flaggedPlanted += flagged && (kind != 0 || echoRow[i / static_cast<size_t>(width)]);
+        }
+        result.precision = result.flagged > 0 ? static_cast<double>(result.flaggedPlanted) / result.flagged : 1.0;
+    } else {
+        for (size_t i = 0; i < n; ++i) {
+            if (kinds[i] < kDefectKindCount) {
+                ++planted[kinds[i]];
+            }
+        }
+        result.precision = kNaN;
+    }
+
+    for (int k = 1; k < kDefectKindCount; ++k) {
+        KindScore score;
+        score.kind = DefectKindName(static_cast<DefectKind>(k));
+        score.planted = planted[static_cast<size_t>(k)];
+        score.found = found[static_cast<size_t>(k)];
+        if (!outputs.defects) {
+            score.recall = 0.0;
+        } else {
+            score.recall = score.planted > 0 ? static_cast<double>(score.found) / score.planted : 1.0;
+        }
+        result.kinds.push_back(score);
+    }
+
+    result.gainError = outputs.gain && truth.gain
+                           ? GainError(outputs.gain->GetData(), truth.gain->GetData(), kinds, n)
+                           : kNaN;
+    return result;
+}
+
+void PrintEvaluation(std::ostream& out, const Evaluation& evaluation) {
+    char line[160];
+    std::snprintf(line, sizeof line, "%-16s %10s %10s %8s\n", "defect kind", "planted", "found", "recall");
+    out << line;
+    for (const KindScore& score : evaluation.kinds) {
+        std::snprintf(line, sizeof line, "%-16s %10ld %10ld %8.3f\n", score.kind.c_str(), score.planted, score.found,
+                      score.recall);
+        out << line;
+    }
+    out << '\n';
+    std::snprintf(line, sizeof line, "%-24s %8.3f    (%ld flagged, %ld of them planted)\n", "precision",
+                  evaluation.precision, evaluation.flagged, evaluation.flaggedPlanted);
+    out << line;
+    PrintPercent(out, "gain error", evaluation.gainError);
+    PrintPercent(out, "non-uniformity before", evaluation.nonUniformityBefore);
+    char ratio[48] = "";
+    const double factor = evaluation.nonUniformityBefore / evaluation.nonUniformityAfter;
+    if (evaluation.nonUniformityAfter > 0.0 && std::isfinite(factor)) {
+        std::snprintf(ratio, sizeof ratio, "  (%.1fx lower)", factor);
+    }
+    PrintPercent(out, "non-uniformity after", evaluation.nonUniformityAfter, ratio);
+}
+
+}  // namespace app
+}  // namespace orvane

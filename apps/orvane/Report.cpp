@@ -1,0 +1,388 @@
+#include "apps/orvane/Report.h"
+
+#include "apps/orvane/PngWriter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+namespace orvane {
+namespace app {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Pixels sampled for the grey ranges of the pictures: enough for stable percentiles,
+// few enough to cost nothing next to the calibrations.
+constexpr size_t kSampleSize = 250000;
+
+const char* StatusName(StepReport::Status status) {
+    switch (status) {
+    case StepReport::Status::Ran:
+        return "ran";
+    case StepReport::Status::Skipped:
+        return "skipped";
+    case StepReport::Status::Failed:
+        return "failed";
+    }
+    return "unknown";
+}
+
+// Writes `content` to `<path>.part`, then renames it to `path`.
+void WriteTextFile(const std::string& path, const std::string& content) {
+    const std::string part = path + ".part";
+    {
+        std::ofstream file(part, std::ios::binary | std::ios::trunc);
+        if (file) {
+            file.write(content.data(), static_cast<std::streamsize>(content.size()));
+            file.close();
+        }
+        if (!file) {
+            std::remove(part.c_str());
+            throw std::runtime_error(path + ": cannot write file");
+        }
+    }
+    std::error_code error;
+    fs::rename(part, path, error);
+    if (error) {
+        std::remove(part.c_str());
+        throw std::runtime_error(path + ": cannot rename the finished file: " + error.message());
+    }
+}
+
+std::string Printf(const char* format, double value) {
+    char text[64];
+    std::snprintf(text, sizeof text, format, value);
+    return text;
+}
+
+// ---- grey ranges -------------------------------------------------------------------
+
+// The 1st, 50th and 99th percentile of the finite pixels of an image, on a strided
+// sample of them. All zero when no pixel is finite.
+struct Spread {
+    float low = 0.0f;
+    float median = 0.0f;
+    float high = 0.0f;
+};
+
+Spread Percentiles(const ImageAcquisition<float>& image) {
+    const size_t n = static_cast<size_t>(image.GetPixelCount());
+    const size_t stride = std::max<size_t>(1, n / kSampleSize);
+    std::vector<float> sample;
+    sample.reserve(n / stride + 1);
+    const float* data = image.GetData();
+    for (size_t i = 0; i < n; i += stride) {
+        if (std::isfinite(data[i])) {
+            sample.push_back(data[i]);
+        }
+    }
+    Spread spread;
+    if (sample.empty()) {
+        return spread;
+    }
+    auto at = [&sample](double fraction) {
+        const auto k = static_cast<std::ptrdiff_t>(fraction * static_cast<double>(sample.size() - 1));
+        std::nth_element(sample.begin(), sample.begin() + k, sample.end());
+        return sample[static_cast<size_t>(k)];
+    };
+    spread.low = at(0.01);
+    spread.median = at(0.5);
+    spread.high = at(0.99);
+    return spread;
+}
+
+// A range that is never empty, so a uniform image still shows mid grey.
+void Widen(float& low, float& high) {
+    if (!(high > low)) {
+        const float margin = std::max(1.0f, std::fabs(low)) * 0.01f;
+        low -= margin;
+        high += margin;
+    }
+}
+
+// ---- the pictures ------------------------------------------------------------------
+
+struct Picture {
+    std::string file;
+    std::string caption;
+};
+
+std::string RangeText(float low, float high) {
+    return Printf("%.4g", low) + " (black) to " + Printf("%.4g", high) + " (white)";
+}
+
+void WriteValuePicture(const std::string& dir, std::vector<Picture>& pictures, const std::string& file,
+                       const ImageAcquisition<float>& image, float low, float high, const std::string& caption) {
+    Widen(low, high);
+    WritePng((fs::path(dir) / file).string(), image, low, high);
+    pictures.push_back({file, caption + "; grey " + RangeText(low, high) + "."});
+}
+
+std::vector<Picture> WritePictures(const std::string& dir, const CalibrationOutputs& outputs) {
+    std::vector<Picture> pictures;
+    if (outputs.defects) {
+        WriteDefectPng((fs::path(dir) / "defect-map.png").string(), *outputs.defects);
+        pictures.push_back({"defect-map.png",
+                            "Final defect map: black pixels are flagged (a reduced pixel is black when any "
+                            "pixel of its block is)."});
+    }
+    if (outputs.gain) {
+        // At least +-20 % around the median, wider when the gain spreads further.
+        const Spread s = Percentiles(*outputs.gain);
+        WriteValuePicture(dir, pictures, "gain.png", *outputs.gain, std::min(s.low, 0.8f * s.median),
+                          std::max(s.high, 1.2f * s.median), "Linear gain");
+    }
+    if (outputs.offset) {
+        const Spread s = Percentiles(*outputs.offset);
+        WriteValuePicture(dir, pictures, "offset.png", *outputs.offset, s.low, s.high,
+                          "Dynamic offset, 1st to 99th percentile");
+    }
+    // Both flats share one range relative to their medians (that of the flat before
+    // correction), so that the picture after correction shows how much flatter it is.
+    double relative = 0.0;
+    if (outputs.flatBefore) {
+        const Spread s = Percentiles(*outputs.flatBefore);
+        if (s.median > 0.0f) {
+            relative = std::max(s.median - s.low, s.high - s.median) / s.median;
+        }
+        WriteValuePicture(dir, pictures, "flat-before.png", *outputs.flatBefore, s.low, s.high,
+                          "Flat of the middle dose minus the offset, 1st to 99th percentile");
+    }
+    if (outputs.flatAfter) {
+        const Spread s = Percentiles(*outputs.flatAfter);
+        if (relative > 0.0 && s.median > 0.0f) {
+            const auto margin = static_cast<float>(relative * s.median);
+            WriteValuePicture(dir, pictures, "flat-after.png", *outputs.flatAfter, s.median - margin,
+                              s.median + margin,
+                              "The same flat after gain correction, on the same range relative to its median");
+        } else {
+            WriteValuePicture(dir, pictures, "flat-after.png", *outputs.flatAfter, s.low, s.high,
+                              "The same flat after gain correction, 1st to 99th percentile");
+        }
+    }
+    return pictures;
+}
+
+// ---- report.html -------------------------------------------------------------------
+
+std::string Html(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        switch (c) {
+        case '&':
+            out += "&amp;";
+            break;
+        case '<':
+            out += "&lt;";
+            break;
+        case '>':
+            out += "&gt;";
+            break;
+        case '"':
+            out += "&quot;";
+            break;
+        default:
+            out += c;
+        }
+    }
+    return out;
+}
+
+std::string Join(const std::vector<std::string>& items) {
+    std::string out;
+    for (const std::string& item : items) {
+        out += (out.empty() ? "" : ", ") + item;
+    }
+    return out;
+}
+
+std::string Percent(double fraction) {
+    return std::isfinite(fraction) ? Printf("%.3f %%", 100.0 * fraction) : "n/a";
+}
+
+std::string Fixed3(double value) {
+    return std::isfinite(value) ? Printf("%.3f", value) : "n/a";
+}
+
+std::string NonUniformityRatio(double before, double after) {
+    const double ratio = before / after;
+    return after > 0.0 && std::isfinite(ratio) ? Printf("%.1fx lower", ratio) : "n/a";
+}
+
+const char* kStyle = R"(
+body { font-family: sans-serif; margin: 2em; color: #222; max-width: 1100px; }
+h1 { font-size: 1.6em; }
+h2 { font-size: 1.25em; margin-top: 1.6em; border-bottom: 1px solid #ccc; }
+table { border-collapse: collapse; margin: 0.5em 0; }
+th, td { border: 1px solid #ccc; padding: 0.25em 0.6em; text-align: left; vertical-align: top; }
+th { background: #f0f0f0; }
+td.num { text-align: right; font-variant-numeric: tabular-nums; }
+tr.ran td.status { color: #1a7f37; }
+tr.skipped td.status { color: #777; }
+tr.failed td.status { color: #b00020; font-weight: bold; }
+figure { display: inline-block; margin: 0.5em 1em 1em 0; vertical-align: top; }
+figure img { max-width: 512px; border: 1px solid #999; image-rendering: pixelated; }
+figcaption { max-width: 512px; font-size: 0.9em; color: #444; }
+)";
+
+std::string HtmlReport(const std::string& model, const CalibrationOutputs& outputs,
+                       const std::vector<Picture>& pictures, const Evaluation* evaluation) {
+    std::ostringstream html;
+    html << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
+         << "<title>Calibration report: " << Html(model) << "</title>\n<style>" << kStyle << "</style>\n"
+         << "</head>\n<body>\n<h1>Calibration report: " << Html(model) << "</h1>\n";
+
+    html << "<h2>Steps</h2>\n<table>\n<tr><th>step</th><th>status</th><th>detail</th><th>seconds</th>"
+         << "<th>files</th></tr>\n";
+    for (const StepReport& step : outputs.steps) {
+        const char* status = StatusName(step.status);
+        html << "<tr class=\"" << status << "\"><td>" << Html(step.name) << "</td><td class=\"status\">" << status
+             << "</td><td>" << Html(step.detail) << "</td><td class=\"num\">"
+             << (step.status != StepReport::Status::Skipped ? Printf("%.2f", step.seconds) : "") << "</td><td>"
+             << Html(Join(step.files)) << "</td></tr>\n";
+    }
+    html << "</table>\n";
+
+    html << "<h2>Flat-field non-uniformity</h2>\n<table>\n"
+         << "<tr><th>before gain correction</th><td class=\"num\">" << Percent(outputs.nonUniformityBefore)
+         << "</td></tr>\n<tr><th>after gain correction</th><td class=\"num\">"
+         << Percent(outputs.nonUniformityAfter) << "</td></tr>\n<tr><th>improvement</th><td class=\"num\">"
+         << NonUniformityRatio(outputs.nonUniformityBefore, outputs.nonUniformityAfter) << "</td></tr>\n"
+         << "</table>\n<p>Robust standard deviation over mean of the good pixels of the flat.</p>\n";
+
+    html << "<h2>Pictures</h2>\n";
+    if (pictures.empty()) {
+        html << "<p>No step that makes a picture ran.</p>\n";
+    }
+    for (const Picture& picture : pictures) {
+        html << "<figure><img src=\"" << Html(picture.file) << "\" alt=\"" << Html(picture.file)
+             << "\"><figcaption><b>" << Html(picture.file) << "</b>: " << Html(picture.caption)
+             << "</figcaption></figure>\n";
+    }
+
+    if (evaluation) {
+        html << "<h2>Comparison with the simulated truth</h2>\n<table>\n"
+             << "<tr><th>defect kind</th><th>planted</th><th>found</th><th>recall</th></tr>\n";
+        for (const KindScore& score : evaluation->kinds) {
+            html << "<tr><td>" << Html(score.kind) << "</td><td class=\"num\">" << score.planted
+                 << "</td><td class=\"num\">" << score.found << "</td><td class=\"num\">" << Fixed3(score.recall)
+                 << "</td></tr>\n";
+        }
+        html << "</table>\n<table>\n<tr><th>precision</th><td class=\"num\">" << Fixed3(evaluation->precision)
+             << " (" << evaluation->flagged << " flagged, " << evaluation->flaggedPlanted
+             << " of them planted)</td></tr>\n<tr><th>gain error</th><td class=\"num\">"
+             << Percent(evaluation->gainError) << "</td></tr>\n<tr><th>non-uniformity before</th><td class=\"num\">"
+             << Percent(evaluation->nonUniformityBefore) << "</td></tr>\n"
+             << "<tr><th>non-uniformity after</th><td class=\"num\">" << Percent(evaluation->nonUniformityAfter)
+             << " (" << NonUniformityRatio(evaluation->nonUniformityBefore, evaluation->nonUniformityAfter)
+             << ")</td></tr>\n</table>\n";
+    }
+    html << "</body>\n</html>\n";
+    return html.str();
+}
+
+// ---- summary.json ------------------------------------------------------------------
+
+std::string JsonString(const std::string& text) {
+    std::string out = "\"";
+    for (const char c : text) {
+        switch (c) {
+        case '"':
+            out += "\\\"";
+            break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\b':
+            out += "\\b";
+            break;
+        case '\f':
+            out += "\\f";
+            break;
+        default:
+            if (static_cast<unsigned char>(c) < 0x20) {
+                char escaped[8];
+                std::snprintf(escaped, sizeof escaped, "\\u%04x", static_cast<unsigned>(c));
+                out += escaped;
+            } else {
+                out += c;
+            }
+        }
+    }
+    return out + '"';
+}
+
+// JSON has no NaN or infinity: such figures are null.
+std::string JsonNumber(double value) {
+    return std::isfinite(value) ? Printf("%.10g", value) : "null";
+}
+
+std::string JsonSummary(const std::string& model, const CalibrationOutputs& outputs, const Evaluation* evaluation) {
+    std::ostringstream json;
+    json << "{\n  \"model\": " << JsonString(model) << ",\n  \"steps\": [";
+    for (size_t i = 0; i < outputs.steps.size(); ++i) {
+        const StepReport& step = outputs.steps[i];
+        json << (i ? ",\n" : "\n") << "    {\"name\": " << JsonString(step.name)
+             << ", \"status\": " << JsonString(StatusName(step.status)) << ", \"detail\": " << JsonString(step.detail)
+             << ", \"seconds\": " << JsonNumber(std::round(step.seconds * 1000.0) / 1000.0) << ", \"files\": [";
+        for (size_t f = 0; f < step.files.size(); ++f) {
+            json << (f ? ", " : "") << JsonString(step.files[f]);
+        }
+        json << "]}";
+    }
+    json << (outputs.steps.empty() ? "],\n" : "\n  ],\n");
+    json << "  \"nonUniformityBefore\": " << JsonNumber(outputs.nonUniformityBefore) << ",\n"
+         << "  \"nonUniformityAfter\": " << JsonNumber(outputs.nonUniformityAfter);
+    if (evaluation) {
+        json << ",\n  \"evaluation\": {\n    \"kinds\": [";
+        for (size_t i = 0; i < evaluation->kinds.size(); ++i) {
+            const KindScore& score = evaluation->kinds[i];
+            json << (i ? ",\n" : "\n") << "      {\"kind\": " << JsonString(score.kind)
+                 << ", \"planted\": " << score.planted << ", \"found\": " << score.found
+                 << ", \"recall\": " << JsonNumber(score.recall) << "}";
+        }
+        json << (evaluation->kinds.empty() ? "],\n" : "\n    ],\n");
+        json << "    \"flagged\": " << evaluation->flagged << ",\n"
+             << "    \"flaggedPlanted\": " << evaluation->flaggedPlanted << ",\n"
+             << "    \"precision\": " << JsonNumber(evaluation->precision) << ",\n"
+             << "    \"gainError\": " << JsonNumber(evaluation->gainError) << "\n  }";
+    }
+    json << "\n}\n";
+    return json.str();
+}
+
+}  // namespace
+
+void WriteReport(const std::string& dir, const std::string& model, const CalibrationOutputs& outputs,
+                 const Evaluation* evaluation) {
+    std::error_code error;
+    fs::create_directories(dir, error);
+    if (error) {
+        throw std::runtime_error(dir + ": cannot create the report folder: " + error.message());
+    }
+    // The pictures first and report.html last, so that a report that exists is complete.
+    const std::vector<Picture> pictures = WritePictures(dir, outputs);
+    WriteTextFile((fs::path(dir) / "summary.json").string(), JsonSummary(model, outputs, evaluation));
+    WriteTextFile((fs::path(dir) / "report.html").string(), HtmlReport(model, outputs, pictures, evaluation));
+}
+
+}  // namespace app
+}  // namespace orvane

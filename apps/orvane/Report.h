@@ -1,0 +1,23 @@
+#ifndef ORVANE_APPS_REPORT_H
+#define ORVANE_APPS_REPORT_H
+
+#include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/Evaluation.h"
+
+#include <string>
+
+namespace orvane {
+namespace app {
+
+// Writes into `dir`: report.html (the steps with status, detail and time, the
+// pictures, and the comparison when `evaluation` is given), the pictures as PNG files
+// (defect-map.png, gain.png, offset.png, flat-before.png, flat-after.png; each one only
+// when its image exists), and summary.json (model, steps, non-uniformity, and the
+// comparison when given). Every file goes to a temporary name first and is renamed.
+void WriteReport(const std::string& dir, const std::string& model, const CalibrationOutputs& outputs,
+                 const Evaluation* evaluation);
+
+}  // namespace app
+}  // namespace orvane
+
+#endif
