@@ -12,8 +12,8 @@ deps:
 
 demo: deps
 	cmake --preset default $(CMAKE_ARGS)
-	cmake --build --preset default -j $(JOBS) --target orvane-offset-demo
-	./build/apps/orvane-offset-demo
+	cmake --build --preset default -j $(JOBS) --target orvane
+	./build/apps/orvane demo
 
 test: deps
 	cmake --preset default $(CMAKE_ARGS)
@@ -36,4 +36,4 @@ bench: deps
 	for program in build/bench/orvane-bench-*; do $$program || exit 1; done
 
 clean:
-	rm -rf build build-clang build-asan
+	rm -rf build build-clang build-asan orvane-demo

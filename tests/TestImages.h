@@ -77,6 +77,8 @@ public:
     ScratchDirectory(const ScratchDirectory&) = delete;
     ScratchDirectory& operator=(const ScratchDirectory&) = delete;
 
+    const std::filesystem::path& Path() const { return path; }
+
     // The names of the entries, sorted.
     std::vector<std::string> Entries() const {
         std::vector<std::string> names;

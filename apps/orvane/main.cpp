@@ -1,0 +1,302 @@
+// The `orvane` command: simulate a detector, calibrate it from frame files, run both
+// as a demo against the simulator's ground truth, and print parameter records.
+
+#include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/DetectorSimulator.h"
+#include "apps/orvane/Evaluation.h"
+#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/GroundTruth.h"
+#include "apps/orvane/InputError.h"
+#include "apps/orvane/ModelGeometry.h"
+#include "apps/orvane/ParameterPrinter.h"
+#include "apps/orvane/Progress.h"
+#include "apps/orvane/Report.h"
+#include "apps/orvane/StagingFolder.h"
+#include "interfaces/logger.h"
+
+#include <boost/program_options.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace po = boost::program_options;
+using namespace orvane::app;
+
+namespace {
+
+const char* const kUsage =
+    "usage: orvane <command> [options]\n"
+    "\n"
+    "commands:\n"
+    "  simulate   write a synthetic series of dark and flat frames with its ground truth\n"
+    "  calibrate  compute every calibration of a model from a folder of frames\n"
+    "  demo       simulate and calibrate the \"Birch\" panel, and compare with the truth\n"
+    "  params     print the parameter records of every set for a key\n"
+    "\n"
+    "Run 'orvane <command> --help' for the options of a command.\n";
+
+// Bad usage: reported like bad input.
+struct UsageError : InputError {
+    explicit UsageError(const std::string& problem) : InputError("", problem) {}
+};
+
+// Parses the options of a subcommand; true when --help was asked (and printed).
+bool Parse(const std::vector<std::string>& args, const po::options_description& options,
+           const po::positional_options_description& positional, po::variables_map& values, const char* usage) {
+    try {
+        po::store(po::command_line_parser(args).options(options).positional(positional).run(), values);
+        if (values.count("help")) {
+            std::cout << usage << "\n" << options;
+            return true;
+        }
+        po::notify(values);
+    } catch (const po::error& error) {
+        throw UsageError(std::string(error.what()) + " (see --help)");
+    }
+    return false;
+}
+
+// Library log lines go to <dir>/orvane.log, and with -v to stderr too, while alive.
+class LogSinks {
+public:
+    LogSinks(const std::string& file, bool verbose) : stream(std::make_shared<std::ofstream>(file)) {
+        handles.push_back(logger::manager().add_sink([stream = stream](const std::string& line) {
+            *stream << line << std::flush;
+        }));
+        if (verbose) {
+            handles.push_back(logger::manager().add_sink([](const std::string& line) { std::cerr << line; }));
+        }
+    }
+    ~LogSinks() {
+        for (int handle : handles) logger::manager().remove_sink(handle);
+    }
+
+private:
+    std::shared_ptr<std::ofstream> stream;
+    std::vector<int> handles;
+};
+
+std::vector<int> ParseNumbers(const std::string& text, std::size_t count, const char* what) {
+    std::vector<int> numbers;
+    std::stringstream stream(text);
+    std::string item;
+    while (std::getline(stream, item, ',')) {
+        try {
+            std::size_t used = 0;
+            const int value = std::stoi(item, &used);
+            if (used != item.size() || value < 0 || value > 65535) throw std::invalid_argument(item);
+            numbers.push_back(value);
+        } catch (const std::exception&) {
+            throw UsageError(std::string("bad ") + what + " \"" + text + "\"");
+        }
+    }
+    if (numbers.size() != count) throw UsageError(std::string("bad ") + what + " \"" + text + "\"");
+    return numbers;
+}
+
+std::vector<std::string> SplitList(const std::string& text) {
+    std::vector<std::string> items;
+    std::stringstream stream(text);
+    std::string item;
+    while (std::getline(stream, item, ',')) {
+        if (!item.empty()) items.push_back(item);
+    }
+    return items;
+}
+
+// The frames of `in`, checked against the model's frame size.
+FrameSeries ScanForModel(const std::string& in, const ModelGeometry& model) {
+    FrameSeries series = ScanFrameFolder(in);
+    if (series.width != model.width || series.height != model.height) {
+        std::ostringstream problem;
+        problem << "frame is " << series.width << " x " << series.height << ", model " << model.key << " expects "
+                << model.width << " x " << model.height;
+        throw InputError(series.darks.empty() ? in : series.darks.front(), problem.str());
+    }
+    return series;
+}
+
+void PrintSteps(std::ostream& out, const CalibrationOutputs& outputs) {
+    for (const StepReport& step : outputs.steps) {
+        const char* status = step.status == StepReport::Status::Ran       ? "ran    "
+                             : step.status == StepReport::Status::Skipped ? "skipped"
+                                                                          : "FAILED ";
+        char seconds[32];
+        std::snprintf(seconds, sizeof seconds, "%6.1f s", step.seconds);
+        out << "  " << status << "  " << step.name << std::string(20 - std::min<std::size_t>(19, step.name.size()), ' ')
+            << (step.status == StepReport::Status::Ran ? seconds : "        ") << "  " << step.detail << '\n';
+    }
+}
+
+Progress MakeProgress() { return Progress(std::cerr, ::isatty(2) != 0); }
+
+int Simulate(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string model, out;
+    SimulationOptions simulation;
+    options.add_options()("help,h", "show this help")(
+        "model", po::value(&model)->required(), "model key, e.g. Birch or Rowan.*.m8")(
+        "out", po::value(&out)->required(), "folder to write the frames into (created if missing)")(
+        "seed", po::value(&simulation.seed)->default_value(1), "random seed")(
+        "darks", po::value(&simulation.darkFrames)->default_value(10), "dark frames")(
+        "doses", po::value(&simulation.doses)->default_value(5), "flat-field doses")(
+        "frames", po::value(&simulation.framesPerDose)->default_value(10), "flat frames per dose");
+    po::variables_map values;
+    if (Parse(args, options, {}, values, "usage: orvane simulate --model KEY --out DIR [options]")) return 0;
+    if (simulation.darkFrames < 2 || simulation.doses < 1 || simulation.framesPerDose < 2) {
+        throw UsageError("need at least 2 dark frames, 1 dose and 2 frames per dose");
+    }
+
+    const ModelGeometry geometry = FindModel(model);
+    simulation.model = geometry.key;
+    Progress progress = MakeProgress();
+    StagingFolder folder(out);
+    WriteSimulatedSeries(simulation, folder.Path(), progress);
+    folder.Commit();
+    progress.Stage("wrote " + std::to_string(simulation.darkFrames + simulation.doses * simulation.framesPerDose) +
+                   " frames of " + std::to_string(geometry.width) + " x " + std::to_string(geometry.height) +
+                   " and the ground truth to " + out);
+    return 0;
+}
+
+// Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
+// log) into `out`. The evaluation, when given a truth, goes into the report too.
+CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in, const std::string& out,
+                                 const std::vector<std::string>& only, bool verbose, Progress& progress,
+                                 const GroundTruth* truth, Evaluation* evaluation) {
+    for (const std::string& step : only) {
+        const std::vector<std::string>& names = CalibrationStepNames();
+        if (std::find(names.begin(), names.end(), step) == names.end()) {
+            throw UsageError("unknown step \"" + step + "\" in --only (see orvane calibrate --help)");
+        }
+    }
+    const ModelGeometry geometry = FindModel(model);
+    const FrameSeries series = ScanForModel(in, geometry);
+    StagingFolder folder(out);
+    CalibrationOutputs outputs;
+    {
+        LogSinks sinks(folder.Path() + "/orvane.log", verbose);
+        CalibrationRequest request{model, folder.Path(), only};
+        outputs = RunCalibrations(request, series, progress);
+    }
+    if (truth) {
+        *evaluation = Evaluate(*truth, outputs);
+    }
+    progress.Stage("report");
+    WriteReport(folder.Path(), model, outputs, truth ? evaluation : nullptr);
+    folder.Commit();
+    return outputs;
+}
+
+int Calibrate(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string model, in, out, only;
+    options.add_options()("help,h", "show this help")("model", po::value(&model)->required(), "model key")(
+        "in", po::value(&in)->required(), "folder of frames (dark-NNN.fxd, flat-D-NNN.fxd)")(
+        "out", po::value(&out)->required(), "folder for the stores, report.html and summary.json")(
+        "only", po::value(&only), "comma-separated steps to run (default: all)")(
+        "verbose,v", "library log lines on stderr too");
+    po::variables_map values;
+    if (Parse(args, options, {}, values, "usage: orvane calibrate --model KEY --in DIR --out DIR [--only LIST]")) {
+        std::cout << "\nsteps:";
+        for (const std::string& name : CalibrationStepNames()) std::cout << ' ' << name;
+        std::cout << '\n';
+        return 0;
+    }
+    Progress progress = MakeProgress();
+    const CalibrationOutputs outputs =
+        CalibrateInto(model, in, out, SplitList(only), values.count("verbose") > 0, progress, nullptr, nullptr);
+    PrintSteps(std::cout, outputs);
+    std::cout << "report: " << out << "/report.html\n";
+    return 0;
+}
+
+int Demo(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string model = "Birch", out = "orvane-demo";
+    options.add_options()("help,h", "show this help")(
+        "model", po::value(&model)->default_value(model), "model key")(
+        "out", po::value(&out)->default_value(out), "folder for frames, stores and report")(
+        "verbose,v", "library log lines on stderr too");
+    po::variables_map values;
+    if (Parse(args, options, {}, values, "usage: orvane demo [--model KEY] [--out DIR]")) return 0;
+
+    Progress progress = MakeProgress();
+    SimulationOptions simulation;
+    simulation.model = FindModel(model).key;
+    const std::string frames = out + "/frames";
+    {
+        StagingFolder folder(frames);
+        WriteSimulatedSeries(simulation, folder.Path(), progress);
+        folder.Commit();
+    }
+    const GroundTruth truth = LoadGroundTruth(frames);
+    Evaluation evaluation;
+    const CalibrationOutputs outputs =
+        CalibrateInto(model, frames, out, {}, values.count("verbose") > 0, progress, &truth, &evaluation);
+    progress.Stage("done");
+    PrintSteps(std::cout, outputs);
+    std::cout << '\n';
+    PrintEvaluation(std::cout, evaluation);
+    std::cout << "\nreport: " << out << "/report.html\n";
+    return 0;
+}
+
+int Params(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string key, roiText, sizeText;
+    options.add_options()("help,h", "show this help")("key", po::value(&key)->required(), "model key")(
+        "roi", po::value(&roiText), "region for the zoom sets: top,left,height,width")(
+        "size", po::value(&sizeText), "image size for the zoom sets: width,height");
+    po::positional_options_description positional;
+    positional.add("key", 1);
+    po::variables_map values;
+    if (Parse(args, options, positional, values, "usage: orvane params KEY [--roi T,L,H,W | --size W,H]")) return 0;
+    if (!roiText.empty() && !sizeText.empty()) throw UsageError("give --roi or --size, not both");
+
+    ROI roi;
+    if (!roiText.empty()) {
+        const std::vector<int> n = ParseNumbers(roiText, 4, "--roi");
+        roi = ROI(n[0], n[1], n[2], n[3]);
+    } else if (!sizeText.empty()) {
+        const std::vector<int> n = ParseNumbers(sizeText, 2, "--size");
+        roi = ROI(0, 0, n[1], n[0]);
+    } else {
+        const ModelGeometry geometry = FindModel(key);  // the whole frame of a known model
+        roi = ROI(0, 0, geometry.height, geometry.width);
+    }
+    PrintParameters(std::cout, key, roi);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::vector<std::string> all(argv + 1, argv + argc);
+    if (all.empty() || all[0] == "--help" || all[0] == "-h" || all[0] == "help") {
+        std::cout << kUsage;
+        return all.empty() ? 2 : 0;
+    }
+    const std::string command = all[0];
+    const std::vector<std::string> args(all.begin() + 1, all.end());
+    try {
+        if (command == "simulate") return Simulate(args);
+        if (command == "calibrate") return Calibrate(args);
+        if (command == "demo") return Demo(args);
+        if (command == "params") return Params(args);
+        throw UsageError("unknown command \"" + command + "\" (see orvane --help)");
+    } catch (const InputError& error) {
+        std::cerr << "orvane: " << error.what() << '\n';
+        return 2;
+    } catch (const std::exception& error) {
+        std::cerr << "orvane: " << command << " failed: " << error.what() << '\n';
+        return 1;
+    }
+}

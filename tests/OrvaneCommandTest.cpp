@@ -1,0 +1,146 @@
+// The `orvane` program run as a user runs it: exit codes, one-line errors that name
+// the file, and no half-written output after a failure.
+#include "TestImages.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+using orvane::test::ScratchDirectory;
+
+namespace {
+
+struct Outcome {
+    int code = -1;
+    std::string out;  // stdout
+    std::string err;  // stderr
+};
+
+// Runs the program with `arguments` (shell words) in the current directory.
+Outcome Orvane(const std::string& arguments) {
+    const std::string command = std::string(ORVANE_COMMAND) + " " + arguments + " >out.txt 2>err.txt";
+    const int status = std::system(command.c_str());
+    Outcome run;
+    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    auto slurp = [](const char* name) {
+        std::ifstream in(name);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    run.out = slurp("out.txt");
+    run.err = slurp("err.txt");
+    return run;
+}
+
+std::size_t Lines(const std::string& text) { return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')); }
+
+bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// Entries of a folder, hidden ones included.
+std::vector<std::string> Entries(const std::string& dir) {
+    std::vector<std::string> names;
+    if (fs::is_directory(dir)) {
+        for (const auto& entry : fs::directory_iterator(dir)) names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+const char* const kSmall = "Willow.*.m12";  // 342 x 396
+
+// One simulated series shared by the tests of this program.
+class OrvaneCommand : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        series = new ScratchDirectory();
+        const Outcome run = Orvane(std::string("simulate --model '") + kSmall + "' --out frames --darks 4 --doses 3 --frames 3");
+        ASSERT_EQ(0, run.code) << run.err;
+    }
+    static void TearDownTestSuite() { delete series; }
+
+    static std::string Frames() { return (series->Path() / "frames").string(); }
+
+    static ScratchDirectory* series;
+    ScratchDirectory scratch;  // each test's own working directory
+};
+
+ScratchDirectory* OrvaneCommand::series = nullptr;
+
+}  // namespace
+
+TEST_F(OrvaneCommand, SimulateWritesTheSeriesAndItsTruth) {
+    const std::vector<std::string> files = Entries(Frames());
+    for (const char* name : {"dark-000.fxd", "dark-003.fxd", "flat-1-000.fxd", "flat-3-002.fxd", "truth"}) {
+        EXPECT_TRUE(std::binary_search(files.begin(), files.end(), name)) << name;
+    }
+    EXPECT_FALSE(std::binary_search(files.begin(), files.end(), "dark-004.fxd"));
+    EXPECT_EQ(4u + 3u * 3u + 1u, files.size());  // nothing else, no staging folder left
+}
+
+TEST_F(OrvaneCommand, CalibrateSavesStoresReportAndSummary) {
+    const Outcome run = Orvane("calibrate --model '" + std::string(kSmall) + "' --in " + Frames() + " --out result");
+    ASSERT_EQ(0, run.code) << run.err;
+    const std::vector<std::string> files = Entries("result");
+    for (const char* name : {"report.html", "summary.json", "orvane.log", "offset-dynamic.fxd"}) {
+        EXPECT_TRUE(std::binary_search(files.begin(), files.end(), name)) << name;
+    }
+    for (const std::string& name : files) EXPECT_NE('.', name[0]) << name;  // no staging folder left
+    EXPECT_TRUE(Contains(run.out, "offset-dynamic")) << run.out;
+    EXPECT_TRUE(Contains(run.out, "skipped")) << run.out;  // the model has no rows for some steps
+    EXPECT_TRUE(Contains(run.err, "s] ")) << run.err;      // progress lines with elapsed time
+}
+
+TEST_F(OrvaneCommand, BadInputIsOneLineNamingTheFileWithExitCode2AndNoOutput) {
+    fs::create_directory("empty");
+    fs::create_directory("truncated");
+    for (const auto& entry : fs::directory_iterator(Frames())) {
+        if (entry.is_regular_file()) fs::copy_file(entry.path(), fs::path("truncated") / entry.path().filename());
+    }
+    fs::resize_file("truncated/flat-2-001.fxd", 1000);
+
+    struct Case {
+        std::string arguments;
+        std::string mentions;
+    };
+    const Case cases[] = {
+        {"simulate --model Nope --out x", "Nope"},
+        {"calibrate --model Nope --in " + Frames() + " --out x", "Nope"},
+        {"calibrate --model Rowan.*.m8 --in " + Frames() + " --out x", "dark-000.fxd"},  // frames of another size
+        {"calibrate --model '" + std::string(kSmall) + "' --in truncated --out x", "flat-2-001.fxd"},
+        {"calibrate --model '" + std::string(kSmall) + "' --in empty --out x", "empty"},
+        {"calibrate --model '" + std::string(kSmall) + "' --in missing --out x", "missing"},
+        {"calibrate --model '" + std::string(kSmall) + "' --in " + Frames() + " --out x --only dm6,nonsense",
+         "nonsense"},
+        {"calibrate --model Birch", "--in"},
+        {"params Birch --roi 1,2,3", "--roi"},
+        {"frobnicate", "frobnicate"},
+    };
+    for (const Case& c : cases) {
+        const Outcome run = Orvane(c.arguments);
+        EXPECT_EQ(2, run.code) << c.arguments;
+        EXPECT_EQ(1u, Lines(run.err)) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(Contains(run.err, "orvane: ") && Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(Entries("x").empty()) << c.arguments;  // nothing half-written
+    }
+}
+
+TEST_F(OrvaneCommand, ParamsPrintsEveryRecordResolvedForTheKey) {
+    const Outcome run = Orvane("params Hazel.A1.m1 --roi 0,0,1500,1560");
+    ASSERT_EQ(0, run.code) << run.err;
+    EXPECT_TRUE(Contains(run.out, "s_defectMapParametersSet.lookup(\"Hazel.A1.m1\")\n  X0 = 120\n  Y0 = 70\n"))
+        << run.out;
+    // The flag zoom row on this region: 60 + max((1500 - 1420) / 2, 3) = 100.
+    EXPECT_TRUE(Contains(run.out, "s_DMFlagZoomParametersSet.get(\"Hazel.A1.m1\", ROI(0, 0, 1500, 1560))"));
+    EXPECT_TRUE(Contains(run.out, "  Area = top 100, left 120, height 1420, width 1560\n"));
+    std::size_t sets = 0;  // one title per set
+    for (std::size_t at = run.out.find("ParametersSet."); at != std::string::npos;
+         at = run.out.find("ParametersSet.", at + 1))
+        ++sets;
+    EXPECT_EQ(16u, sets);
+}
