@@ -66,14 +66,25 @@ std::string Figure(double value, int precision = 4) {
     return out.str();
 }
 
-// frame = max(0, frame - offset), one pass.
-void SubtractOffset(ImageAcquisition<unsigned short>& frame, const ImageAcquisition<unsigned short>& offset) {
-    unsigned short* pixels = frame.GetData();
-    const unsigned short* dark = offset.GetData();
-    const int count = std::min(frame.GetPixelCount(), offset.GetPixelCount());
+// The mean pixel value, summed in double.
+template <typename T>
+double MeanLevel(const ImageAcquisition<T>& image) {
+    const T* pixels = image.GetData();
+    const int count = image.GetPixelCount();
+    double sum = 0.0;
     for (int i = 0; i < count; ++i) {
-        pixels[i] = static_cast<unsigned short>(pixels[i] > dark[i] ? pixels[i] - dark[i] : 0);
+        sum += pixels[i];
     }
+    return count > 0 ? sum / count : 0.0;
+}
+
+// A new image of type T holding the pixels (converted) and properties of `source`.
+template <typename T, typename S>
+ImagePtr<T> CopyImage(const ImageAcquisition<S>& source) {
+    auto copy = boost::make_shared<ImageAcquisition<T>>(source.GetWidth(), source.GetHeight());
+    *copy->GetBuffer() = *source.GetBuffer();
+    copy->GetProperties() = source.GetProperties();
+    return copy;
 }
 
 long DefectCount(const boost::shared_ptr<ReferenceDM>& store) {
@@ -265,7 +276,7 @@ ImagePtr<unsigned short> Pipeline::Read(const std::string& path) const {
 
 ImagePtr<unsigned short> Pipeline::ReadCorrected(const std::string& path) const {
     ImagePtr<unsigned short> frame = Read(path);
-    SubtractOffset(*frame, *offsetStore->GetOffset());
+    *frame->GetBuffer() = Max(0.0f, *frame->GetBuffer() - *offsetStore->GetOffset()->GetBuffer());
     return frame;
 }
 
@@ -326,13 +337,7 @@ std::string Pipeline::OffsetDynamic(StepReport& report) {
     SaveStore(*store, "offset-dynamic", report);
     offsetStore = store;
 
-    const unsigned short* offset = store->GetOffset()->GetData();
-    const int count = store->GetOffset()->GetPixelCount();
-    double sum = 0.0;
-    for (int i = 0; i < count; ++i) {
-        sum += offset[i];
-    }
-    return "mean offset " + Figure(count > 0 ? sum / count : 0.0) + " from " + std::to_string(total) +
+    return "mean offset " + Figure(MeanLevel(*store->GetOffset())) + " from " + std::to_string(total) +
            " dark frames";
 }
 
@@ -419,26 +424,17 @@ std::string Pipeline::GainLinear(StepReport& report) {
     // The check flat: the mean of the other dose, offset-subtracted in float.
     const std::vector<std::string>& check = CheckDose();
     auto mean = boost::make_shared<ImageAcquisition<float>>(series.width, series.height);
-    float* sum = mean->GetData();
-    const unsigned short* offset = offsetStore->GetOffset()->GetData();
-    const int count = mean->GetPixelCount();
+    const ImageBuffer<unsigned short>& offset = *offsetStore->GetOffset()->GetBuffer();
     for (const std::string& path : check) {
-        ImagePtr<unsigned short> frame = Read(path);
-        const unsigned short* raw = frame->GetData();
-        for (int i = 0; i < count; ++i) {
-            sum[i] += static_cast<float>(raw[i]) - static_cast<float>(offset[i]);
-        }
+        *mean->GetBuffer() += *Read(path)->GetBuffer() - offset;
     }
-    const float scale = 1.0f / static_cast<float>(check.size());
-    for (int i = 0; i < count; ++i) {
-        sum[i] *= scale;
-    }
+    *mean->GetBuffer() = *mean->GetBuffer() * (1.0f / static_cast<float>(check.size()));
     flatBefore = mean;
-    flatAfter = boost::make_shared<ImageAcquisition<float>>(series.width, series.height);
-    *flatAfter->GetBuffer() = *mean->GetBuffer();
+    flatAfter = CopyImage<float>(*mean);
     CorrectionGainLinear(store).Correct(flatAfter);
 
     const unsigned short* codes = store->GetGainLinear()->GetData();
+    const int count = store->GetGainLinear()->GetPixelCount();
     unsigned short low = 65535;
     unsigned short high = 0;
     for (int i = 0; i < count; ++i) {
@@ -470,18 +466,11 @@ std::string Pipeline::DefectMapDoses(StepReport& report) {
             progress.Step(++done, total);
             // A dose whose mean level reaches the clipping bound is flat once clipped:
             // it shows nothing and its statistic breaks down. Its other frames are not read.
-            if (frames.size() == 1 && flat) {
-                const unsigned short* pixels = frames[0]->GetData();
-                const int count = frames[0]->GetPixelCount();
-                double sum = 0.0;
-                for (int i = 0; i < count; ++i) {
-                    sum += pixels[i];
-                }
-                if (count > 0 && sum / count >= record.ClipMax) {
-                    skipped += (skipped.empty() ? "" : ", ") + name;
-                    done += static_cast<int>(paths.size()) - 1;
-                    return;
-                }
+            if (frames.size() == 1 && flat && frames[0]->GetPixelCount() > 0 &&
+                MeanLevel(*frames[0]) >= record.ClipMax) {
+                skipped += (skipped.empty() ? "" : ", ") + name;
+                done += static_cast<int>(paths.size()) - 1;
+                return;
             }
         }
         if (!frames.empty()) {
@@ -675,14 +664,10 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     const int width = series.width;
     const int height = series.height;
     if (offsetStore) {
-        outputs.offset = boost::make_shared<ImageAcquisition<float>>(width, height);
-        *outputs.offset->GetBuffer() = *offsetStore->GetOffset()->GetBuffer();
-        outputs.offset->GetProperties() = offsetStore->GetOffset()->GetProperties();
+        outputs.offset = CopyImage<float>(*offsetStore->GetOffset());
     }
     if (finalMap) {
-        outputs.defects = boost::make_shared<ImageAcquisition<unsigned char>>(width, height);
-        *outputs.defects->GetBuffer() = *finalMap->GetDM()->GetBuffer();
-        outputs.defects->GetProperties() = finalMap->GetDM()->GetProperties();
+        outputs.defects = CopyImage<unsigned char>(*finalMap->GetDM());
     }
     if (!gainStore) {
         return;
