@@ -35,6 +35,8 @@
 
 #include "tools/ImageFilters.h"
 #include "tools/ImageFxdFile.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 
 #include "parameters/AutomaticDefectParametersSet.h"
 #include "parameters/CalibrationClustersParametersSet.h"
@@ -78,7 +80,5 @@
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapFlag.h"
 #include "calibration/DefectMapMerge.h"
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
 
 #endif

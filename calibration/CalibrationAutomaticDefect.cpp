@@ -2,8 +2,8 @@
 
 #include "calibration/DefectMapChecker.h"
 #include "calibration/ImageStatistics.h"
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ImageFormatException.h"

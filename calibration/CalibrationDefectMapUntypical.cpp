@@ -4,8 +4,8 @@
 #include "calibration/DefectMapSteps.h"
 #include "calibration/HighPassMedian.h"
 #include "calibration/ImageStatistics.h"
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 

@@ -1,7 +1,7 @@
 #include "calibration/CalibrationEcholine.h"
 
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>

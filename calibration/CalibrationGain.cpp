@@ -2,7 +2,7 @@
 
 #include "calibration/DefectMapChecker.h"
 #include "calibration/ImageStatistics.h"
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "calibration/CalibrationGainLinear.h"
 
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"

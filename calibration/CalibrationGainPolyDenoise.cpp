@@ -5,8 +5,8 @@
 #include "calibration/CalibrationGainPoly.h"
 
 #include "calibration/ImageStatistics.h"
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "calibration/CalibrationOffsetBase.h"
 
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 #include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"

@@ -1,8 +1,8 @@
 #include "calibration/CalibrationOffsetDynamic.h"
 
 #include "calibration/CalibrationOptions.h"
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"
 

@@ -1,7 +1,7 @@
 #include "calibration/CalibrationOffsetPreview.h"
 
-#include "calibration/LogAndThrow.h"
-#include "calibration/LogEntry.h"
+#include "tools/LogAndThrow.h"
+#include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 
 CalibrationOffsetPreview::CalibrationOffsetPreview(boost::shared_ptr<ReferenceOffsetSimple> reference)

@@ -1,6 +1,6 @@
 #include "calibration/CalibrationOptions.h"
 
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 #include "interfaces/ImageFileException.h"
 #include "tools/ImageFxdFile.h"
 

@@ -1,6 +1,6 @@
 #include "calibration/DefectMapFlag.h"
 
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>

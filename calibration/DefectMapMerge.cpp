@@ -1,7 +1,7 @@
 #include "calibration/DefectMapMerge.h"
 
 #include "calibration/DefectMapChecker.h"
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 #include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 

@@ -1,6 +1,6 @@
 #include "parameters/FormulaCalculator.h"
 
-#include "calibration/LogEntry.h"
+#include "tools/LogEntry.h"
 
 #include <algorithm>
 #include <cmath>

@@ -34,7 +34,7 @@
 // Nodes follow depth-first in the tree's own order (duplicate keys kept). A frame may
 // have properties without pixels (an index at or beyond the frame count).
 
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 #include "image/ImageAcquisition.h"
 #include "interfaces/ImageFileException.h"
 

@@ -1,5 +1,5 @@
-#ifndef ORVANE_CALIBRATION_LOGENTRY_H
-#define ORVANE_CALIBRATION_LOGENTRY_H
+#ifndef ORVANE_TOOLS_LOGENTRY_H
+#define ORVANE_TOOLS_LOGENTRY_H
 
 #include "interfaces/logger.h"
 #include "interfaces/loglevel.h"

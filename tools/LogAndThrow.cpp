@@ -1,6 +1,6 @@
-#include "calibration/LogAndThrow.h"
+#include "tools/LogAndThrow.h"
 
-#include "calibration/LogEntry.h"
+#include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ImageFileException.h"
 

@@ -1,4 +1,4 @@
-#include "calibration/LogEntry.h"
+#include "tools/LogEntry.h"
 
 LogEntry::LogEntry() : stream(new std::ostringstream) {}
 
