@@ -4,7 +4,6 @@
 #include "calibration/ImageStatistics.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ImageFormatException.h"
 #include "interfaces/ReferenceException.h"
@@ -47,33 +46,26 @@ const std::string CalibrationAutomaticDefect::_GetCalibrationType() {
 void CalibrationAutomaticDefect::Init() {
     orvane::detail::LogInfo("CalibrationAutomaticDefect : Init");
     try {
-        if (initialized) {
+        if (floatImages.IsOpen()) {
             return;
         }
-        ImageCollectorRegistry& registry = ImageCollectorRegistry::Instance();
-        floatCollection = registry.GetCollection<float>(width, height, false);
-        byteCollection = registry.GetCollection<unsigned char>(width, height, false);
-        floatCollection->Reserve(2);
-        difference = floatCollection->Acquire();
-        hits = floatCollection->Acquire();
-        byteCollection->Reserve(1);
-        mergeImage = byteCollection->Acquire();
-        std::fill(difference->GetData(), difference->GetData() + difference->GetPixelCount(), 0.0f);
-        std::fill(hits->GetData(), hits->GetData() + hits->GetPixelCount(), 0.0f);
-        std::fill(mergeImage->GetData(), mergeImage->GetData() + mergeImage->GetPixelCount(),
-                  static_cast<unsigned char>(0));
+        floatImages.Open(width, height, 2, {&difference, &hits});
+        byteImages.Open(width, height, 1, {&mergeImage});
+        floatImages.FillSlots(0.0f);
+        byteImages.FillSlots(0);
         // A negative size would fail the allocation; the window check refuses it later.
         const std::size_t scratchSize = static_cast<std::size_t>(std::max(parameters.WindowPixels, 0));
         if (!medianScratch) {
             medianScratch.reset(new float[scratchSize]);
         }
         std::fill(medianScratch.get(), medianScratch.get() + scratchSize, 0.0f);
-        initialized = true;
         pairs = 0;
     } catch (ImageFormatException&) {
+        _Clear();
         LogAndThrow<CalibrationException>(
             "CalibrationAutomaticDefect : Init failed due to wrong format file", __FILE__, __LINE__);
     } catch (...) {
+        _Clear();
         LogAndThrow<CalibrationException>("CalibrationAutomaticDefect : Init failed", __FILE__,
                                           __LINE__);
     }
@@ -84,20 +76,9 @@ void CalibrationAutomaticDefect::Clear() {
 }
 
 void CalibrationAutomaticDefect::_Clear() {
-    if (initialized) {
-        floatCollection->Release(difference);
-        floatCollection->Release(hits);
-        floatCollection->Close();
-        byteCollection->Release(mergeImage);
-        byteCollection->Close();
-        difference.reset();
-        hits.reset();
-        mergeImage.reset();
-        floatCollection.reset();
-        byteCollection.reset();
-        medianScratch.reset();
-        initialized = false;
-    }
+    floatImages.Close();
+    byteImages.Close();
+    medianScratch.reset();
     pairs = 0;
 }
 

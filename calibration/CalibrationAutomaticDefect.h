@@ -4,7 +4,7 @@
 #include "calibration/CalibrationBase.h"
 #include "calibration/DefectMapFlag.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "interfaces/ReferenceDM.h"
 #include "parameters/AutomaticDefectParameters.h"
 
@@ -60,18 +60,17 @@ private:
     void _Clear();
 
     const AutomaticDefectParameters& parameters;
-    boost::shared_ptr<ImageCollection<float>> floatCollection;
-    boost::shared_ptr<ImageCollection<unsigned char>> byteCollection;
     std::int32_t width = 0;
     std::int32_t height = 0;
     ImagePtr<unsigned char> mergeImage;
     ImagePtr<float> difference;
     ImagePtr<float> hits;
+    orvane::detail::WorkImages<float> floatImages;         // holds difference and hits
+    orvane::detail::WorkImages<unsigned char> byteImages;  // holds mergeImage
     boost::shared_ptr<ReferenceDM> reference;
     boost::shared_ptr<DefectMapFlag> flag;
     std::unique_ptr<float[]> medianScratch;
     std::int32_t pairs = 0;
-    bool initialized = false;
 };
 
 #endif

@@ -1,8 +1,8 @@
 #include "calibration/CalibrationClusters.h"
 
+#include "calibration/CalibrationLifecycle.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "tools/ImageFilters.h"
 
@@ -98,6 +98,8 @@ void FlattenStrip(const ImageAcquisition<float>& patch, const ImageAcquisition<f
 }  // namespace detail
 }  // namespace orvane
 
+using orvane::detail::RequireInit;
+
 CalibrationClusters::CalibrationClusters(const CalibrationClustersParameters& parameters,
                                          boost::shared_ptr<ReferenceClusters> clustersReference,
                                          boost::shared_ptr<ReferenceOffsetTimeGrid> offsetReference)
@@ -123,31 +125,18 @@ void CalibrationClusters::Init() {
     }
     patchWidth = 2 * parameters.PatchMargin + 3;
     halfHeight = height / 2;
-    if (initialized) {
+    if (frameImages.IsOpen()) {
         return;
     }
-    ImageCollectorRegistry& registry = ImageCollectorRegistry::Instance();
-    frameCollection = registry.GetCollection<float>(width, height, false);
-    frameCollection->Reserve(3);
-    difference = frameCollection->Acquire();
-    firstOffset = frameCollection->Acquire();
-    lastOffset = frameCollection->Acquire();
-
-    patchCollection = registry.GetCollection<float>(halfHeight, patchWidth, false);
-    patchCollection->Reserve(3);
-    patch = patchCollection->Acquire();
-    smooth = patchCollection->Acquire();
-    average = patchCollection->Acquire();
-
-    flatCollection = registry.GetCollection<float>(patchWidth, halfHeight, false);
-    flatCollection->Reserve(1);
-    flat = flatCollection->Acquire();
-
-    clusterCollection = registry.GetCollection<unsigned short>(patchWidth, halfHeight, false);
-    clusterCollection->Reserve(1);
-    cluster = clusterCollection->Acquire();
-
-    initialized = true;
+    try {
+        frameImages.Open(width, height, 3, {&difference, &firstOffset, &lastOffset});
+        patchImages.Open(halfHeight, patchWidth, 3, {&patch, &smooth, &average});
+        flatImages.Open(patchWidth, halfHeight, 1, {&flat});
+        clusterImages.Open(patchWidth, halfHeight, 1, {&cluster});
+    } catch (...) {
+        _Clear();
+        throw;
+    }
 }
 
 void CalibrationClusters::Clear() {
@@ -155,43 +144,17 @@ void CalibrationClusters::Clear() {
 }
 
 void CalibrationClusters::_Clear() {
-    if (!initialized) {
-        return;
-    }
-    frameCollection->Release(difference);
-    frameCollection->Release(firstOffset);
-    frameCollection->Release(lastOffset);
-    frameCollection->Close();
-    patchCollection->Release(patch);
-    patchCollection->Release(smooth);
-    patchCollection->Release(average);
-    patchCollection->Close();
-    flatCollection->Release(flat);
-    flatCollection->Close();
-    clusterCollection->Release(cluster);
-    clusterCollection->Close();
-    difference.reset();
-    firstOffset.reset();
-    lastOffset.reset();
-    patch.reset();
-    smooth.reset();
-    average.reset();
-    flat.reset();
-    cluster.reset();
-    frameCollection.reset();
-    patchCollection.reset();
-    flatCollection.reset();
-    clusterCollection.reset();
-    initialized = false;
+    frameImages.Close();
+    patchImages.Close();
+    flatImages.Close();
+    clusterImages.Close();
 }
 
 void CalibrationClusters::CalculateClustersReference() {
     orvane::detail::LogInfo("CalibrationClusters : CalculateClustersReference");
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationClusters: CalculateClustersReference failed because Init has not run",
-            __FILE__, __LINE__);
-    }
+    RequireInit(frameImages.IsOpen(),
+                "CalibrationClusters: CalculateClustersReference failed because Init has not run",
+                __FILE__, __LINE__);
     // The strip images were sized at the first Init; a margin changed since would
     // cut strips that do not fit them.
     if (patchWidth != patch->GetHeight() || parameters.PatchMargin != (patchWidth - 3) / 2) {

@@ -4,7 +4,7 @@
 #include "calibration/CalibrationBase.h"
 #include "image/Coordinates.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "interfaces/ReferenceClusters.h"
 #include "interfaces/ReferenceOffsetTimeGrid.h"
 #include "parameters/CalibrationClustersParameters.h"
@@ -58,7 +58,7 @@ public:
 private:
     const std::string _GetCalibrationType() override;
 
-    // Releases the work images and closes the collections, once after each Init.
+    // Gives the work images back and closes the four accounts.
     void _Clear();
     // One cluster image for each place, in order.
     void FlattenClustersReference(const std::vector<Coordinates>& places);
@@ -80,11 +80,10 @@ private:
     ImagePtr<float> average;  // h wide, P high
     ImagePtr<float> flat;     // P wide, h high
     ImagePtr<unsigned short> cluster;  // P wide, h high
-    boost::shared_ptr<ImageCollection<float>> frameCollection;
-    boost::shared_ptr<ImageCollection<float>> flatCollection;
-    boost::shared_ptr<ImageCollection<float>> patchCollection;
-    boost::shared_ptr<ImageCollection<unsigned short>> clusterCollection;
-    bool initialized = false;
+    orvane::detail::WorkImages<float> frameImages;  // difference, firstOffset, lastOffset
+    orvane::detail::WorkImages<float> patchImages;  // patch, smooth, average
+    orvane::detail::WorkImages<float> flatImages;   // flat
+    orvane::detail::WorkImages<unsigned short> clusterImages;  // cluster
 };
 
 #endif

@@ -4,10 +4,10 @@
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapSteps.h"
 #include "calibration/HighPassMedian.h"
+#include "calibration/CalibrationLifecycle.h"
 #include "calibration/ImageStatistics.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/CorrectionGainLinear.h"
 
@@ -24,11 +24,9 @@ std::string DoseStage(int dose, const char* stage) {
     return "Dose_" + std::to_string(dose) + "_" + stage;
 }
 
-void FillWithZero(const ImagePtr<float>& image) {
-    std::fill(image->GetData(), image->GetData() + image->GetPixelCount(), 0.0f);
-}
-
 }  // namespace
+
+using orvane::detail::RequireInit;
 
 CalibrationDefectMap::CalibrationDefectMap(const DefectMapParameters& parameters,
                                            boost::shared_ptr<ReferenceDM> reference,
@@ -40,61 +38,24 @@ CalibrationDefectMap::CalibrationDefectMap(const DefectMapParameters& parameters
     height = map->GetHeight();
 }
 
-CalibrationDefectMap::~CalibrationDefectMap() {
-    _Clear();
-}
-
 const std::string CalibrationDefectMap::_GetCalibrationType() {
     return "DM6";
 }
 
 void CalibrationDefectMap::Init() {
-    try {
-        if (!initialized) {
-            collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
-            collection->Reserve(3);
-            work = collection->Acquire();
-            quantised = collection->Acquire();
-            defects = collection->Acquire();
-            initialized = true;
-        }
-        FillWithZero(work);
-        FillWithZero(quantised);
-        FillWithZero(defects);
-    } catch (...) {
-        LogAndThrow<CalibrationException>("CalibrationDefectMap: Init failed", __FILE__, __LINE__);
-    }
+    orvane::detail::InitZeroedWorkImages(workImages, width, height, 3, {&work, &quantised, &defects},
+                                         "CalibrationDefectMap: Init failed", __FILE__, __LINE__);
 }
 
 void CalibrationDefectMap::Clear() {
-    _Clear();
-}
-
-void CalibrationDefectMap::_Clear() {
-    if (!initialized) {
-        return;
-    }
-    collection->Release(work);
-    collection->Release(quantised);
-    collection->Release(defects);
-    collection->Close();
-    collection.reset();
-    // Without images, a call after Clear fails as one before Init.
-    work.reset();
-    quantised.reset();
-    defects.reset();
-    initialized = false;
-}
-
-void CalibrationDefectMap::_RequireInit(const char* message) {
-    if (!work) {
-        LogAndThrow<CalibrationException>(message, __FILE__, __LINE__);
-    }
+    workImages.Close();
 }
 
 void CalibrationDefectMap::StoreAndCorrect(ImagePtr<unsigned short> image) {
     try {
-        _RequireInit("CalibrationDefectMap: StoreAndCorrect failed because Init has not run");
+        RequireInit(workImages.IsOpen(),
+                    "CalibrationDefectMap: StoreAndCorrect failed because Init has not run",
+                    __FILE__, __LINE__);
         if (!image) {
             LogAndThrow<CalibrationException>(
                 "CalibrationDefectMap: StoreAndCorrect failed due to null pointer", __FILE__, __LINE__);
@@ -118,10 +79,12 @@ void CalibrationDefectMap::DefectMap6(const std::vector<ImagePtr<unsigned short>
             "CalibrationDefectMap::DefectMap6 failed due uncorrect number of images", __FILE__,
             __LINE__);
     }
-    _RequireInit("CalibrationDefectMap::DefectMap6 failed because Init has not run");
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMap::DefectMap6 failed because Init has not run",
+                __FILE__, __LINE__);
     // A series that failed half-way left its frames in work; zeroing work drops them
     // from the count as well.
-    FillWithZero(work);
+    work->Fill(0.0f);
     accumulated = 0;
     for (const ImagePtr<unsigned short>& image : images) {
         _AccumulateImg(image);
@@ -145,7 +108,9 @@ void CalibrationDefectMap::DefectMap6() {
         LogAndThrow<CalibrationException>("CalibrationDefectMap : DefectMap6 failed due to image size",
                                           __FILE__, __LINE__);
     }
-    _RequireInit("CalibrationDefectMap : DefectMap6 failed because Init has not run");
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMap : DefectMap6 failed because Init has not run",
+                __FILE__, __LINE__);
 
     _Clipping();
     if (save) {
@@ -199,7 +164,9 @@ void CalibrationDefectMap::UpdateDefectMapReference() {
     const bool save = IsCalibrationOptionSet(kSaveOption);
     DefectMapChecker checker;
     orvane::detail::LogInfo("CalibrationDefectMap: UpdateDefectMapReference");
-    _RequireInit("CalibrationDefectMap: UpdateDefectMapReference failed because Init has not run");
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMap: UpdateDefectMapReference failed because Init has not run",
+                __FILE__, __LINE__);
     try {
         if (!flag) {
             LogAndThrow<CalibrationException>(

@@ -4,7 +4,7 @@
 #include "calibration/CalibrationBase.h"
 #include "calibration/DefectMapFlag.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "image/ROI.h"
 #include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceGainLinear.h"
@@ -62,7 +62,6 @@ public:
                          boost::shared_ptr<ReferenceDM> reference,
                          boost::shared_ptr<ReferenceGainLinear> gain,
                          boost::shared_ptr<DefectMapFlag> flag);
-    ~CalibrationDefectMap() override;
 
     // Takes the three work images once, then, on every call, fills them with 0: Init
     // starts the counts over. It touches neither `dose` nor `accumulated`.
@@ -102,8 +101,6 @@ private:
     void _HighPassMedian2(ROI area, float slope, float offset);
     // Counts over the whole frame, whatever the area.
     void _ExcludePixel(ROI area, float mean, float sigma);
-    void _Clear();
-    void _RequireInit(const char* message);
 
     const DefectMapParameters& parameters;
     boost::shared_ptr<ReferenceDM> reference;
@@ -112,8 +109,7 @@ private:
     ImagePtr<float> work;       // the dose being processed
     ImagePtr<float> quantised;  // quantised copy of work, input of the median
     ImagePtr<float> defects;    // per pixel, the doses at which it was excluded
-    bool initialized = false;
-    boost::shared_ptr<ImageCollection<float>> collection;
+    orvane::detail::WorkImages<float> workImages;  // holds work, quantised and defects
     std::int32_t width = 0;
     std::int32_t height = 0;
     std::int32_t accumulated = 0;  // frames added to work since the last division

@@ -1,14 +1,16 @@
 #include "calibration/CalibrationDefectMapDark.h"
+#include "calibration/CalibrationLifecycle.h"
 
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapSteps.h"
 #include "calibration/ImageStatistics.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
+
+using orvane::detail::RequireInit;
 
 CalibrationDefectMapDark::CalibrationDefectMapDark(const DefectMapDarkParameters& parameters,
                                                    boost::shared_ptr<ReferenceDM> reference)
@@ -18,46 +20,18 @@ CalibrationDefectMapDark::CalibrationDefectMapDark(const DefectMapDarkParameters
     height = map->GetHeight();
 }
 
-CalibrationDefectMapDark::~CalibrationDefectMapDark() {
-    _Clear();
-}
-
 const std::string CalibrationDefectMapDark::_GetCalibrationType() {
     return "DMDark";
 }
 
 void CalibrationDefectMapDark::Init() {
-    try {
-        if (!initialized) {
-            collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
-            collection->Reserve(2);
-            defects = collection->Acquire();
-            work = collection->Acquire();
-            initialized = true;
-        }
-        std::fill(defects->GetData(), defects->GetData() + defects->GetPixelCount(), 0.0f);
-        std::fill(work->GetData(), work->GetData() + work->GetPixelCount(), 0.0f);
-        accumulated = 0;
-    } catch (...) {
-        LogAndThrow<CalibrationException>("CalibrationDefectMapDark: Init failed", __FILE__, __LINE__);
-    }
+    orvane::detail::InitZeroedWorkImages(workImages, width, height, 2, {&defects, &work},
+                                         "CalibrationDefectMapDark: Init failed", __FILE__, __LINE__);
+    accumulated = 0;
 }
 
 void CalibrationDefectMapDark::Clear() {
-    _Clear();
-}
-
-void CalibrationDefectMapDark::_Clear() {
-    if (!initialized) {
-        return;
-    }
-    collection->Release(defects);
-    collection->Release(work);
-    defects.reset();
-    work.reset();
-    collection->Close();
-    collection.reset();
-    initialized = false;
+    workImages.Close();
 }
 
 void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
@@ -83,11 +57,9 @@ void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
 
 void CalibrationDefectMapDark::_AccumulateImg(ImagePtr<unsigned short> image) {
     try {
-        if (!initialized) {
-            LogAndThrow<CalibrationException>(
-                "CalibrationDefectMapDark: AccumulateImg failed because Init has not run", __FILE__,
-                __LINE__);
-        }
+        RequireInit(workImages.IsOpen(),
+                    "CalibrationDefectMapDark: AccumulateImg failed because Init has not run",
+                    __FILE__, __LINE__);
         if (!image) {
             LogAndThrow<CalibrationException>(
                 "CalibrationDefectMapDark: AccumulateImg failed due to null pointer", __FILE__, __LINE__);
@@ -122,11 +94,9 @@ void CalibrationDefectMapDark::_ComputeDefectMapDarkAndMerge() {
 void CalibrationDefectMapDark::UpdateDefectMapReference() {
     DefectMapChecker checker;
     orvane::detail::LogInfo("CalibrationDefectMapDark::UpdateDefectMapReference");
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationDefectMapDark: UpdateDefectMapDarkReference failed because Init has not run",
-            __FILE__, __LINE__);
-    }
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMapDark: UpdateDefectMapDarkReference failed because Init has not run",
+                __FILE__, __LINE__);
     try {
         const ImagePtr<unsigned char> map = reference->GetDM();
         orvane::detail::WriteDefectCounts(defects, parameters.Area, map);

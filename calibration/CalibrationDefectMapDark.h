@@ -3,7 +3,7 @@
 
 #include "calibration/CalibrationBase.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "interfaces/ReferenceDM.h"
 #include "parameters/DefectMapDarkParameters.h"
 
@@ -36,7 +36,6 @@ public:
     // Reads the map's width and height from the store.
     CalibrationDefectMapDark(const DefectMapDarkParameters& parameters,
                              boost::shared_ptr<ReferenceDM> reference);
-    ~CalibrationDefectMapDark() override;
 
     // Takes the two work images once; every call fills both with 0 and starts the
     // frame count of `work` again.
@@ -63,14 +62,12 @@ private:
     void _DivideAccumulation();
     // defects += 1.0 where ThresholdMin > work or work > ThresholdMax.
     void _ComputeDefectMapDarkAndMerge();
-    void _Clear();
 
     const DefectMapDarkParameters& parameters;
     boost::shared_ptr<ReferenceDM> reference;
     ImagePtr<float> defects;
     ImagePtr<float> work;
-    bool initialized = false;
-    boost::shared_ptr<ImageCollection<float>> collection;
+    orvane::detail::WorkImages<float> workImages;  // holds defects and work
     std::int32_t width = 0;
     std::int32_t height = 0;
     std::int32_t accumulated = 0;

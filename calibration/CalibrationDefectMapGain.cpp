@@ -3,21 +3,15 @@
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapSteps.h"
 #include "calibration/HighPassMedian.h"
+#include "calibration/CalibrationLifecycle.h"
 #include "calibration/ImageStatistics.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
 
-namespace {
-
-void FillWithZero(const ImagePtr<float>& image) {
-    std::fill(image->GetData(), image->GetData() + image->GetPixelCount(), 0.0f);
-}
-
-}  // namespace
+using orvane::detail::RequireInit;
 
 CalibrationDefectMapGain::CalibrationDefectMapGain(const DefectMapGainParameters& parameters,
                                                    boost::shared_ptr<ReferenceDM> reference,
@@ -29,56 +23,17 @@ CalibrationDefectMapGain::CalibrationDefectMapGain(const DefectMapGainParameters
     height = map->GetHeight();
 }
 
-CalibrationDefectMapGain::~CalibrationDefectMapGain() {
-    _Clear();
-}
-
 const std::string CalibrationDefectMapGain::_GetCalibrationType() {
     return "DMGain";
 }
 
 void CalibrationDefectMapGain::Init() {
-    try {
-        if (!initialized) {
-            collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
-            collection->Reserve(3);
-            work = collection->Acquire();
-            quantised = collection->Acquire();
-            defects = collection->Acquire();
-            initialized = true;
-        }
-        FillWithZero(work);
-        FillWithZero(quantised);
-        FillWithZero(defects);
-    } catch (...) {
-        LogAndThrow<CalibrationException>("CalibrationDefectMapGain: Init failed", __FILE__, __LINE__);
-    }
+    orvane::detail::InitZeroedWorkImages(workImages, width, height, 3, {&work, &quantised, &defects},
+                                         "CalibrationDefectMapGain: Init failed", __FILE__, __LINE__);
 }
 
 void CalibrationDefectMapGain::Clear() {
-    _Clear();
-}
-
-void CalibrationDefectMapGain::_Clear() {
-    if (!initialized) {
-        return;
-    }
-    collection->Release(work);
-    collection->Release(quantised);
-    collection->Release(defects);
-    collection->Close();
-    collection.reset();
-    // Without images, a call after Clear fails as one before Init.
-    work.reset();
-    quantised.reset();
-    defects.reset();
-    initialized = false;
-}
-
-void CalibrationDefectMapGain::_RequireInit(const char* message) {
-    if (!work) {
-        LogAndThrow<CalibrationException>(message, __FILE__, __LINE__);
-    }
+    workImages.Close();
 }
 
 void CalibrationDefectMapGain::DefectMapGain() {
@@ -88,7 +43,9 @@ void CalibrationDefectMapGain::DefectMapGain() {
         LogAndThrow<CalibrationException>(
             "CalibrationDefectMapGain : DefectMapGain failed due to image size", __FILE__, __LINE__);
     }
-    _RequireInit("CalibrationDefectMapGain : DefectMapGain failed because Init has not run");
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMapGain : DefectMapGain failed because Init has not run",
+                __FILE__, __LINE__);
 
     const ImagePtr<unsigned short> stored = gain->GetGainLinear();
     gain->DeCompressImage(stored, work);
@@ -120,7 +77,9 @@ void CalibrationDefectMapGain::DefectMapGain() {
 void CalibrationDefectMapGain::UpdateDefectMapReference() {
     DefectMapChecker checker;
     orvane::detail::LogInfo("CalibrationDefectMapGain: UpdateDefectMapReference");
-    _RequireInit("CalibrationDefectMapGain: UpdateDefectMapReference failed because Init has not run");
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMapGain: UpdateDefectMapReference failed because Init has not run",
+                __FILE__, __LINE__);
     try {
         if (!flag) {
             LogAndThrow<CalibrationException>(

@@ -4,7 +4,7 @@
 #include "calibration/CalibrationBase.h"
 #include "calibration/DefectMapFlag.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "image/ROI.h"
 #include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceGainLinear.h"
@@ -43,7 +43,6 @@ public:
                              boost::shared_ptr<ReferenceDM> reference,
                              boost::shared_ptr<ReferenceGainLinear> gain,
                              boost::shared_ptr<DefectMapFlag> flag);
-    ~CalibrationDefectMapGain() override;
 
     // Takes the three work images once, then, on every call, fills them with 0.
     void Init() override;
@@ -65,8 +64,6 @@ private:
     void _GetMinMax(ROI area, float& min, float& max);
     void _ComputeScalingQuantification(ROI area, float slope, float offset);
     void _ThresholdAndMerge();
-    void _Clear();
-    void _RequireInit(const char* message);
 
     const DefectMapGainParameters& parameters;
     boost::shared_ptr<ReferenceDM> reference;
@@ -75,8 +72,7 @@ private:
     ImagePtr<float> work;       // the decompressed gain
     ImagePtr<float> quantised;  // quantised copy of work, input of the median
     ImagePtr<float> defects;    // per pixel, the number of tests it failed
-    bool initialized = false;
-    boost::shared_ptr<ImageCollection<float>> collection;
+    orvane::detail::WorkImages<float> workImages;  // holds work, quantised and defects
     std::int32_t width = 0;
     std::int32_t height = 0;
 };

@@ -1,4 +1,5 @@
 #include "calibration/CalibrationDefectMapUntypical.h"
+#include "calibration/CalibrationLifecycle.h"
 
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapSteps.h"
@@ -6,11 +7,12 @@
 #include "calibration/ImageStatistics.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
 #include <limits>
+
+using orvane::detail::RequireInit;
 
 CalibrationDefectMapUntypical::CalibrationDefectMapUntypical(
     const DefectMapUntypicalParameters& parameters, boost::shared_ptr<ReferenceDM> reference)
@@ -20,42 +22,17 @@ CalibrationDefectMapUntypical::CalibrationDefectMapUntypical(
     height = map->GetHeight();
 }
 
-CalibrationDefectMapUntypical::~CalibrationDefectMapUntypical() {
-    _Clear();
-}
-
 const std::string CalibrationDefectMapUntypical::_GetCalibrationType() {
     return "DMUntypical";
 }
 
 void CalibrationDefectMapUntypical::Init() {
-    try {
-        if (!initialized) {
-            collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
-            collection->Reserve(3);
-            defects = collection->Acquire();
-            initialized = true;
-        }
-        std::fill(defects->GetData(), defects->GetData() + defects->GetPixelCount(), 0.0f);
-    } catch (...) {
-        LogAndThrow<CalibrationException>("CalibrationDefectMapUntypical: Init failed", __FILE__,
-                                          __LINE__);
-    }
+    orvane::detail::InitZeroedWorkImages(workImages, width, height, 3, {&defects},
+                                         "CalibrationDefectMapUntypical: Init failed", __FILE__, __LINE__);
 }
 
 void CalibrationDefectMapUntypical::Clear() {
-    _Clear();
-}
-
-void CalibrationDefectMapUntypical::_Clear() {
-    if (!initialized) {
-        return;
-    }
-    collection->Release(defects);
-    defects.reset();
-    collection->Close();
-    collection.reset();
-    initialized = false;
+    workImages.Close();
 }
 
 void CalibrationDefectMapUntypical::ComputeDefectMapUntypicalAndMerge(
@@ -73,13 +50,11 @@ void CalibrationDefectMapUntypical::ComputeDefectMapUntypicalAndMerge(
 void CalibrationDefectMapUntypical::ComputeDefectMapUntypicalAndMerge(
     const ImagePtr<unsigned short>& image) {
     orvane::detail::LogInfo("CalibrationDefectMapUntypical : DefectMapUntypical");
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationDefectMapUntypical: DefectMapUntypical failed because Init has not run",
-            __FILE__, __LINE__);
-    }
-    const ImagePtr<float> a = collection->Acquire();
-    const ImagePtr<float> b = collection->Acquire();
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMapUntypical: DefectMapUntypical failed because Init has not run",
+                __FILE__, __LINE__);
+    ImagePtr<float> a = workImages.Acquire();
+    ImagePtr<float> b = workImages.Acquire();
     try {
         if (!image) {
             LogAndThrow<CalibrationException>(
@@ -128,11 +103,11 @@ void CalibrationDefectMapUntypical::ComputeDefectMapUntypicalAndMerge(
         const float high = static_cast<float>(static_cast<double>(mean) + t);
         *defects->GetBuffer() += orvane::Outside(*a->GetBuffer(), low, high);
         defects->GetProperties() = image->GetProperties();
-        collection->Release(a);
-        collection->Release(b);
+        workImages.Release(a);
+        workImages.Release(b);
     } catch (...) {
-        collection->Release(a);
-        collection->Release(b);
+        workImages.Release(a);
+        workImages.Release(b);
         LogAndThrow<CalibrationException>("CalibrationDefectMapUntypical: DefectMapUntypical failed",
                                           __FILE__, __LINE__);
     }
@@ -142,11 +117,9 @@ void CalibrationDefectMapUntypical::ComputeDefectMapUntypicalAndMerge(
 void CalibrationDefectMapUntypical::UpdateDefectMapReference() {
     DefectMapChecker checker;
     orvane::detail::LogInfo("CalibrationDefectMapUntypical : UpdateDefectMapReference");
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationDefectMapUntypical: UpdateDefectMapUntypicalReference failed because Init has not run",
-            __FILE__, __LINE__);
-    }
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMapUntypical: UpdateDefectMapUntypicalReference failed because Init has not run",
+                __FILE__, __LINE__);
     try {
         const ImagePtr<unsigned char> map = reference->GetDM();
         orvane::detail::WriteDefectCounts(defects, parameters.Area, map);

@@ -3,7 +3,7 @@
 
 #include "calibration/CalibrationBase.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "interfaces/ReferenceDM.h"
 #include "parameters/DefectMapUntypicalParameters.h"
 
@@ -39,7 +39,6 @@ public:
     // Reads the map's width and height from the store.
     CalibrationDefectMapUntypical(const DefectMapUntypicalParameters& parameters,
                                   boost::shared_ptr<ReferenceDM> reference);
-    ~CalibrationDefectMapUntypical() override;
 
     // Takes `defects` once; every call fills it with 0.
     void Init() override;
@@ -63,13 +62,12 @@ public:
 
 private:
     const std::string _GetCalibrationType() override;
-    void _Clear();
 
     const DefectMapUntypicalParameters& parameters;
     boost::shared_ptr<ReferenceDM> reference;
     ImagePtr<float> defects;
-    bool initialized = false;
-    boost::shared_ptr<ImageCollection<float>> collection;
+    // Holds defects; two more images are taken for the time of one computation.
+    orvane::detail::WorkImages<float> workImages;
     std::int32_t width = 0;
     std::int32_t height = 0;
 };

@@ -84,7 +84,7 @@ void CalibrationGain::_Normalizing(const ImagePtr<float>& source, float mean, Qu
                                           __FILE__, __LINE__);
     }
     float* out = target->GetData();
-    std::fill(out, out + target->GetPixelCount(), 1.0f);
+    target->Fill(1.0f);
     if (mean == 0.0f) {
         return;
     }

@@ -1,13 +1,15 @@
 #include "calibration/CalibrationGainLinear.h"
 
+#include "calibration/CalibrationLifecycle.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"
 
 #include <algorithm>
 #include <memory>
+
+using orvane::detail::RequireInit;
 
 CalibrationGainLinear::CalibrationGainLinear(const GainLinearParameters& parameters,
                                              boost::shared_ptr<ReferenceGainLinear> reference,
@@ -18,51 +20,27 @@ CalibrationGainLinear::CalibrationGainLinear(const GainLinearParameters& paramet
     height = stored->GetHeight();
 }
 
-CalibrationGainLinear::~CalibrationGainLinear() {
-    _Clear();
-}
-
 const std::string CalibrationGainLinear::_GetCalibrationType() {
     return "GainLinear";
 }
 
 void CalibrationGainLinear::Init() {
-    if (initialized) {
+    if (workImages.IsOpen()) {
         return;
     }
-    collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
-    collection->Reserve(2);
-    accumulation = collection->Acquire();
-    gainImage = collection->Acquire();
-    std::fill(accumulation->GetData(), accumulation->GetData() + accumulation->GetPixelCount(), 0.0f);
-    std::fill(gainImage->GetData(), gainImage->GetData() + gainImage->GetPixelCount(), 0.0f);
-    initialized = true;
+    workImages.Open(width, height, 2, {&accumulation, &gainImage});
+    workImages.FillSlots(0.0f);
 }
 
 void CalibrationGainLinear::Clear() {
-    _Clear();
-}
-
-void CalibrationGainLinear::_Clear() {
-    if (!initialized) {
-        return;
-    }
-    collection->Release(accumulation);
-    collection->Release(gainImage);
-    accumulation.reset();
-    gainImage.reset();
-    collection->Close();
-    collection.reset();
-    initialized = false;
+    workImages.Close();
 }
 
 void CalibrationGainLinear::AccumulateGainImg(ImagePtr<unsigned short> frame) {
     try {
-        if (!initialized) {
-            LogAndThrow<CalibrationException>(
-                "CalibrationGainLinear: AccumulateGainImg failed because Init has not run", __FILE__,
-                __LINE__);
-        }
+        RequireInit(workImages.IsOpen(),
+                    "CalibrationGainLinear: AccumulateGainImg failed because Init has not run",
+                    __FILE__, __LINE__);
         if (!frame) {
             LogAndThrow<CalibrationException>(
                 "CalibrationGainLinear: AccumulateGainImg failed due to null pointer", __FILE__,
@@ -78,11 +56,9 @@ void CalibrationGainLinear::AccumulateGainImg(ImagePtr<unsigned short> frame) {
 }
 
 void CalibrationGainLinear::DivideAccumulation() {
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationGainLinear: DivideAccumulation failed because Init has not run", __FILE__,
-            __LINE__);
-    }
+    RequireInit(workImages.IsOpen(),
+                "CalibrationGainLinear: DivideAccumulation failed because Init has not run",
+                __FILE__, __LINE__);
     *accumulation->GetBuffer() = *accumulation->GetBuffer() / static_cast<float>(imageCount);
     imageCount = 0;
 }

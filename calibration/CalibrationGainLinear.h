@@ -2,7 +2,7 @@
 #define ORVANE_CALIBRATION_CALIBRATIONGAINLINEAR_H
 
 #include "calibration/CalibrationGain.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceGainLinear.h"
 #include "parameters/GainLinearParameters.h"
@@ -27,7 +27,6 @@ public:
     CalibrationGainLinear(const GainLinearParameters& parameters,
                           boost::shared_ptr<ReferenceGainLinear> reference,
                           boost::shared_ptr<ReferenceDM> defectMap);
-    ~CalibrationGainLinear() override;
 
     // Takes the two work images once; a second call changes nothing.
     void Init() override;
@@ -53,17 +52,15 @@ private:
     void _Clipping(ImagePtr<float> image);
     // image = 1.0 / image, marked with "image.reference.invert" = true.
     void _Inversion(ImagePtr<float> image);
-    void _Clear();
 
     const GainLinearParameters& parameters;
     boost::shared_ptr<ReferenceGainLinear> reference;
     boost::shared_ptr<ReferenceDM> defectMap;
     ImagePtr<float> accumulation;
     ImagePtr<float> gainImage;  // also the buffer of good pixels while levels are measured
-    boost::shared_ptr<ImageCollection<float>> collection;
+    orvane::detail::WorkImages<float> workImages;  // holds accumulation and gainImage
     std::int32_t width = 0;
     std::int32_t height = 0;
-    bool initialized = false;
 };
 
 #endif

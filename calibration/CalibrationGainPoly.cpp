@@ -1,8 +1,8 @@
 #include "calibration/CalibrationGainPoly.h"
 
+#include "calibration/CalibrationLifecycle.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
@@ -18,11 +18,6 @@ constexpr int kEliminatedRows = 3;
 
 // Pixels whose sums the fit gathers in one sweep over the dose images.
 constexpr int kBlock = 256;
-
-template <typename T>
-void Zero(const ImagePtr<T>& image) {
-    std::fill(image->GetData(), image->GetData() + image->GetPixelCount(), T());
-}
 
 // _InvertMatrix for n = N coefficients, or the runtime n when N is 0, on rows of
 // pointers or on a local array. A float quotient is the double quotient rounded to
@@ -131,6 +126,8 @@ void FitPixels(const FitData& data, int n, Matrix& matrix, float* b, float* c) {
 
 }  // namespace
 
+using orvane::detail::RequireInit;
+
 CalibrationGainPoly::CalibrationGainPoly(const GainPolyParameters& parameters,
                                          boost::shared_ptr<ReferenceGainPoly> reference,
                                          boost::shared_ptr<ReferenceGainLinear> linearReference,
@@ -151,23 +148,23 @@ const std::string CalibrationGainPoly::_GetCalibrationType() {
 }
 
 void CalibrationGainPoly::Init() {
-    if (!initialized) {
-        ImageCollectorRegistry& registry = ImageCollectorRegistry::Instance();
-        collection = registry.GetCollection<float>(width, height, false);
-        coefficientCollection = registry.GetCollection<float>(width, height, false);
-        maskCollection = registry.GetCollection<unsigned char>(width, height, false);
-        collection->Reserve(static_cast<std::uint32_t>(std::max(nbDoses, 0) + 4));
-        accumulation = collection->Acquire();
-        linearGain = collection->Acquire();
-        correctedImage = collection->Acquire();
-        coefficientCollection->Reserve(static_cast<std::uint32_t>(reference->GetGainPolyCoeff()));
-        maskCollection->Reserve(1);
-        maskImage = maskCollection->Acquire();
+    if (!workImages.IsOpen()) {
+        try {
+            workImages.Open(width, height, static_cast<std::uint32_t>(std::max(nbDoses, 0) + 4),
+                        {&accumulation, &linearGain, &correctedImage});
+            coefficientImages.Open(width, height,
+                                   static_cast<std::uint32_t>(reference->GetGainPolyCoeff()));
+            maskImages.Open(width, height, 1, {&maskImage});
+        } catch (...) {
+            workImages.Close();
+            coefficientImages.Close();
+            maskImages.Close();
+            throw;
+        }
         // Pool images come back with their last user's pixels.
-        Zero(maskImage);
-        Zero(accumulation);
-        Zero(correctedImage);
-        initialized = true;
+        maskImage->Fill(0);
+        accumulation->Fill(0.0f);
+        correctedImage->Fill(0.0f);
     }
     doseCount = 0;
     framesInDose = 0;
@@ -178,29 +175,12 @@ void CalibrationGainPoly::Clear() {
 }
 
 void CalibrationGainPoly::_Clear() {
-    if (initialized) {
-        for (const ImagePtr<float>& image : {accumulation, linearGain, correctedImage}) {
-            collection->Release(image);
-        }
-        for (const ImagePtr<float>& image : doseImages) {
-            collection->Release(image);
-        }
-        collection->Close();
-        for (const ImagePtr<float>& image : coefficients) {
-            coefficientCollection->Release(image);
-        }
-        coefficientCollection->Close();
-        maskCollection->Release(maskImage);
-        maskCollection->Close();
-        accumulation.reset();
-        linearGain.reset();
-        correctedImage.reset();
-        maskImage.reset();
-        coefficients.clear();
-        // The frames counted so far went with the accumulation.
-        imageCount = 0;
-        initialized = false;
-    }
+    workImages.Close();
+    coefficientImages.Close();
+    maskImages.Close();
+    coefficients.clear();
+    // The frames counted so far went with the accumulation.
+    imageCount = 0;
     doseLevels.clear();
     doseImages.clear();
     framesPerDose.clear();
@@ -209,11 +189,9 @@ void CalibrationGainPoly::_Clear() {
 
 void CalibrationGainPoly::AccumulateGainImg(ImagePtr<unsigned short> frame) {
     try {
-        if (!initialized) {
-            LogAndThrow<CalibrationException>(
-                "CalibrationGainPoly: AccumulateGainImg failed because Init has not run", __FILE__,
-                __LINE__);
-        }
+        RequireInit(workImages.IsOpen(),
+                    "CalibrationGainPoly: AccumulateGainImg failed because Init has not run",
+                    __FILE__, __LINE__);
         if (!frame) {
             LogAndThrow<CalibrationException>(
                 "CalibrationGainPoly: AccumulateGainImg failed due to null pointer", __FILE__, __LINE__);
@@ -236,12 +214,10 @@ void CalibrationGainPoly::DivideAccumulation(float doseWeight) {
     }
     ImagePtr<float> image;
     try {
-        if (!initialized) {
-            LogAndThrow<CalibrationException>(
-                "CalibrationGainPoly: DivideAccumulation failed because Init has not run", __FILE__,
-                __LINE__);
-        }
-        image = collection->Acquire();
+        RequireInit(workImages.IsOpen(),
+                    "CalibrationGainPoly: DivideAccumulation failed because Init has not run",
+                    __FILE__, __LINE__);
+        image = workImages.Acquire();
         if (imageCount == 1) {
             *image->GetBuffer() = *accumulation->GetBuffer();
         } else {
@@ -255,11 +231,9 @@ void CalibrationGainPoly::DivideAccumulation(float doseWeight) {
         doseWeights.push_back(doseWeight);
         ++doseCount;
         framesInDose = 0;
-        Zero(accumulation);
+        accumulation->Fill(0.0f);
     } catch (...) {
-        if (image) {
-            collection->Release(image);
-        }
+        workImages.Release(image);
         LogAndThrow<CalibrationException>("CalibrationGainPoly: DivideAccumulation failed", __FILE__,
                                           __LINE__);
     }
@@ -301,7 +275,7 @@ void CalibrationGainPoly::_CalculateGainWithoutDenoise() {
                     __FILE__, __LINE__);
             }
             std::fill(levels.get(), levels.get() + areas.size(), 0.0f);
-            Zero(accumulation);
+            accumulation->Fill(0.0f);
             for (size_t a = 0; a < areas.size(); ++a) {
                 int count = 0;
                 _ExtractGoodPixelInMeasureArea(image, dm, areas[a], buffer, count);
@@ -339,13 +313,13 @@ void CalibrationGainPoly::_ComputePolynomialCoefficients() {
     }
     std::vector<float> b(count), c(count);
 
-    for (const ImagePtr<float>& image : coefficients) {
-        coefficientCollection->Release(image);
+    for (ImagePtr<float>& image : coefficients) {
+        coefficientImages.Release(image);
     }
     coefficients.clear();
     const ImagePtr<float> first = CheckedAt(doseImages, 0);
     for (int k = 0; k < n; ++k) {
-        coefficients.push_back(coefficientCollection->Acquire());
+        coefficients.push_back(coefficientImages.Acquire());
         coefficients.back()->GetProperties() = first->GetProperties();
     }
 
@@ -379,8 +353,8 @@ void CalibrationGainPoly::_ComputePolynomialCoefficients() {
         LogAndThrow<CalibrationException>("CalibrationGainPoly: _ComputePolynomialCoefficients failed",
                                           __FILE__, __LINE__);
     }
-    for (const ImagePtr<float>& image : doseImages) {
-        collection->Release(image);
+    for (ImagePtr<float>& image : doseImages) {
+        workImages.Release(image);
     }
     doseImages.clear();
     doseLevels.clear();

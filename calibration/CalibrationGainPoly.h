@@ -2,7 +2,7 @@
 #define ORVANE_CALIBRATION_CALIBRATIONGAINPOLY_H
 
 #include "calibration/CalibrationGain.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 #include "image/QuadPart.h"
 #include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceGainLinear.h"
@@ -154,12 +154,13 @@ private:
     std::int32_t framesInDose = 0;
     std::int32_t nbDoses = 0;
     std::vector<float> doseLevels;
-    boost::shared_ptr<ImageCollection<float>> collection;
-    boost::shared_ptr<ImageCollection<float>> coefficientCollection;
-    boost::shared_ptr<ImageCollection<unsigned char>> maskCollection;
+    // accumulation, linearGain, correctedImage and the dose images; the coefficient
+    // images; maskImage.
+    orvane::detail::WorkImages<float> workImages;
+    orvane::detail::WorkImages<float> coefficientImages;
+    orvane::detail::WorkImages<unsigned char> maskImages;
     std::int32_t width = 0;
     std::int32_t height = 0;
-    bool initialized = false;
 
     // The work buffers of the area steps (four per area and the copy of
     // _CreatingROIMask), held for one run of _DenoisingCalibrationImage so that

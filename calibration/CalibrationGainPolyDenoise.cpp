@@ -22,10 +22,18 @@ namespace {
 // The area buffers held for a run: four of _DenoisingArea, one of _CreatingROIMask.
 constexpr size_t kAreaBuffers = 5;
 
-// Whether the half-open area lies inside an image of width x height.
-bool Inside(const QuadPart& area, int width, int height) {
-    return area.columnBegin <= area.columnEnd && area.columnEnd <= width &&
-           area.rowBegin <= area.rowEnd && area.rowEnd <= height;
+// The checks of every copy between an image's area and a flat buffer: both hold
+// pixels, and the half-open area lies inside the image.
+template <typename T, typename B>
+void CheckAreaCopy(const ImagePtr<T>& image, const B* buffer, const QuadPart& area,
+                   const char* nullMessage, const char* outsideMessage) {
+    if (!image || !image->GetData() || buffer == nullptr) {
+        LogAndThrow<CalibrationException>(nullMessage, __FILE__, __LINE__);
+    }
+    if (!(area.columnBegin <= area.columnEnd && area.columnEnd <= image->GetWidth() &&
+          area.rowBegin <= area.rowEnd && area.rowEnd <= image->GetHeight())) {
+        LogAndThrow<CalibrationException>(outsideMessage, __FILE__, __LINE__);
+    }
 }
 
 }  // namespace
@@ -360,15 +368,9 @@ void CalibrationGainPoly::_Sub(float* a, float* b, float* result, int count) {
 }
 
 void CalibrationGainPoly::_ExtractingUsedArea(ImagePtr<float> image, QuadPart& area, float* pixels) {
-    if (!image || !image->GetData() || pixels == nullptr) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationGainPoly: _ExtractingUsedArea failed due to null pointer", __FILE__, __LINE__);
-    }
-    if (!Inside(area, image->GetWidth(), image->GetHeight())) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationGainPoly: _ExtractingUsedArea failed because the area leaves the image", __FILE__,
-            __LINE__);
-    }
+    CheckAreaCopy(image, pixels, area,
+                  "CalibrationGainPoly: _ExtractingUsedArea failed due to null pointer",
+                  "CalibrationGainPoly: _ExtractingUsedArea failed because the area leaves the image");
     const int columns = area.columnEnd - area.columnBegin;
     const int rows = area.rowEnd - area.rowBegin;
     if (columns == 0 || rows == 0) {
@@ -380,15 +382,9 @@ void CalibrationGainPoly::_ExtractingUsedArea(ImagePtr<float> image, QuadPart& a
 }
 
 void CalibrationGainPoly::_ReplacingArea(float* pixels, QuadPart& area, ImagePtr<float> image) {
-    if (!image || !image->GetData() || pixels == nullptr) {
-        LogAndThrow<CalibrationException>("CalibrationGainPoly: _ReplacingArea failed due to null pointer",
-                                          __FILE__, __LINE__);
-    }
-    if (!Inside(area, image->GetWidth(), image->GetHeight())) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationGainPoly: _ReplacingArea failed because the area leaves the image", __FILE__,
-            __LINE__);
-    }
+    CheckAreaCopy(image, pixels, area,
+                  "CalibrationGainPoly: _ReplacingArea failed due to null pointer",
+                  "CalibrationGainPoly: _ReplacingArea failed because the area leaves the image");
     const int columns = area.columnEnd - area.columnBegin;
     const int rows = area.rowEnd - area.rowBegin;
     if (columns == 0 || rows == 0) {
@@ -401,15 +397,10 @@ void CalibrationGainPoly::_ReplacingArea(float* pixels, QuadPart& area, ImagePtr
 
 void CalibrationGainPoly::_ReplacingMaskArea(unsigned char* mask, QuadPart& area,
                                              ImagePtr<unsigned char> image) {
-    if (!image || !image->GetData() || mask == nullptr) {
-        LogAndThrow<CalibrationException>("CalibrationGainPoly: _ReplacingArea failed due to null pointer",
-                                          __FILE__, __LINE__);
-    }
-    if (!Inside(area, image->GetWidth(), image->GetHeight())) {
-        LogAndThrow<CalibrationException>(
-            "CalibrationGainPoly: _ReplacingMaskArea failed because the area leaves the image", __FILE__,
-            __LINE__);
-    }
+    // A null mask is reported under the name of the float copy, as it always was.
+    CheckAreaCopy(image, mask, area,
+                  "CalibrationGainPoly: _ReplacingArea failed due to null pointer",
+                  "CalibrationGainPoly: _ReplacingMaskArea failed because the area leaves the image");
     const int columns = area.columnEnd - area.columnBegin;
     const size_t stride = static_cast<size_t>(image->GetWidth());
     unsigned char* first = image->GetData() + area.columnBegin;

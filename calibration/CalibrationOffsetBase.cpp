@@ -1,9 +1,11 @@
 #include "calibration/CalibrationOffsetBase.h"
 
+#include "calibration/CalibrationLifecycle.h"
 #include "tools/LogAndThrow.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"
+
+using orvane::detail::RequireInit;
 
 CalibrationOffsetBase::CalibrationOffsetBase() = default;
 
@@ -12,12 +14,9 @@ CalibrationOffsetBase::~CalibrationOffsetBase() {
 }
 
 void CalibrationOffsetBase::Init() {
-    if (initialized) {
-        return;
+    if (!workImages.IsOpen()) {
+        workImages.Open(width, height, 1);
     }
-    collection = ImageCollectorRegistry::Instance().GetCollection<float>(width, height, false);
-    collection->Reserve(1);
-    initialized = true;
 }
 
 void CalibrationOffsetBase::Clear() {
@@ -31,13 +30,11 @@ void CalibrationOffsetBase::AccumulateOffset(ImagePtr<unsigned short> image) {
                 "CalibrationOffsetBase: AccumulateOffset failed due to null pointer", __FILE__,
                 __LINE__);
         }
-        if (!collection) {
-            LogAndThrow<CalibrationException>(
-                "CalibrationOffsetBase: AccumulateOffset failed because Init has not run",
-                __FILE__, __LINE__);
-        }
+        RequireInit(workImages.IsOpen(),
+                    "CalibrationOffsetBase: AccumulateOffset failed because Init has not run",
+                    __FILE__, __LINE__);
         if (!accumulation) {
-            accumulation = collection->Acquire();
+            workImages.AcquireInto(accumulation);
             *accumulation->GetBuffer() = *image->GetBuffer();
         } else {
             *accumulation->GetBuffer() += *image->GetBuffer();
@@ -57,17 +54,10 @@ void CalibrationOffsetBase::DeleteAccumulation() {
 }
 
 void CalibrationOffsetBase::_Clear() {
-    if (!initialized) {
-        return;
+    if (accumulation) {
+        _EndSeries();
     }
-    if (collection) {
-        if (accumulation) {
-            _EndSeries();
-        }
-        collection->Close();
-        collection.reset();
-    }
-    initialized = false;
+    workImages.Close();
 }
 
 void CalibrationOffsetBase::_DivideAccumulationAndUpdate(ImagePtr<unsigned short> target) {
@@ -96,7 +86,6 @@ void CalibrationOffsetBase::_DivideAccumulationAndUpdate(ImagePtr<unsigned short
 }
 
 void CalibrationOffsetBase::_EndSeries() {
-    collection->Release(accumulation);
-    accumulation.reset();
+    workImages.Release(accumulation);
     frameCount = 0;
 }

@@ -3,7 +3,7 @@
 
 #include "calibration/CalibrationBase.h"
 #include "image/ImageAcquisition.h"
-#include "image/ImageCollection.h"
+#include "image/WorkImages.h"
 
 #include <boost/shared_ptr.hpp>
 
@@ -36,11 +36,10 @@ protected:
     // with the properties of the series' last frame.
     void _DivideAccumulationAndUpdate(ImagePtr<unsigned short> target);
 
-    boost::shared_ptr<ImageCollection<float>> collection;
     int width = 0;
     int height = 0;
     ImagePtr<float> accumulation;
-    bool initialized = false;
+    orvane::detail::WorkImages<float> workImages;  // holds accumulation while a series is open
     int frameCount = 0;
 
 private:

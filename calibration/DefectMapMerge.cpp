@@ -1,11 +1,13 @@
 #include "calibration/DefectMapMerge.h"
+#include "calibration/CalibrationLifecycle.h"
 
 #include "calibration/DefectMapChecker.h"
 #include "tools/LogAndThrow.h"
-#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
+
+using orvane::detail::RequireInit;
 
 DefectMapMerge::DefectMapMerge(boost::shared_ptr<ReferenceDM> reference,
                                boost::shared_ptr<DefectMapFlag> flag)
@@ -16,28 +18,21 @@ DefectMapMerge::DefectMapMerge(boost::shared_ptr<ReferenceDM> reference,
 }
 
 void DefectMapMerge::Init() {
-    if (initialized) {
+    if (byteImages.IsOpen()) {
         return;
     }
     try {
-        ImageCollectorRegistry& registry = ImageCollectorRegistry::Instance();
-        byteCollection = registry.GetCollection<unsigned char>(width, height, false);
-        shortCollection = registry.GetCollection<unsigned short>(width, height, false);
-        byteCollection->Reserve(1);
-        shortCollection->Reserve(1);
-        initialized = true;
+        byteImages.Open(width, height, 1);
+        shortImages.Open(width, height, 1);
     } catch (...) {
+        byteImages.Close();
         LogAndThrow<CalibrationException>("CalibrationDefectMap: Init failed", __FILE__, __LINE__);
     }
 }
 
 void DefectMapMerge::Clear() {
-    if (!initialized) {
-        return;
-    }
-    byteCollection->Close();
-    shortCollection->Close();
-    initialized = false;
+    byteImages.Close();
+    shortImages.Close();
 }
 
 void DefectMapMerge::Merge(const boost::shared_ptr<ReferenceDM>& other) {
@@ -59,32 +54,29 @@ void DefectMapMerge::Merge(const std::vector<boost::shared_ptr<ReferenceDM>>& ot
 }
 
 void DefectMapMerge::MergeExternalDM() {
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "DefectMapMerge: MergeExternalDM failed because Init has not run", __FILE__, __LINE__);
-    }
-    const ImagePtr<unsigned char> image = byteCollection->Acquire();
+    RequireInit(byteImages.IsOpen(),
+                "DefectMapMerge: MergeExternalDM failed because Init has not run",
+                __FILE__, __LINE__);
+    ImagePtr<unsigned char> image = byteImages.Acquire();
     try {
         reference->LoadMergeDM(image);
     } catch (...) {
-        byteCollection->Release(image);
+        byteImages.Release(image);
         LogAndThrow<CalibrationException>("DefectMapMerge: MergeExternalDM failed", __FILE__,
                                           __LINE__);
     }
-    byteCollection->Release(image);
+    byteImages.Release(image);
 }
 
 void DefectMapMerge::MergeFactoryDM(boost::function<void(ImagePtr<unsigned short>&)> loader) {
-    if (!initialized) {
-        LogAndThrow<CalibrationException>(
-            "DefectMapMerge: MergeFactory failed because Init has not run", __FILE__, __LINE__);
-    }
+    RequireInit(byteImages.IsOpen(),
+                "DefectMapMerge: MergeFactory failed because Init has not run",
+                __FILE__, __LINE__);
     // The loader may repoint `image`; the pool gets back the image it lent.
-    const ImagePtr<unsigned short> lent = shortCollection->Acquire();
+    ImagePtr<unsigned short> lent = shortImages.Acquire();
     try {
         ImagePtr<unsigned short> image = lent;
-        std::fill(image->GetData(), image->GetData() + image->GetPixelCount(),
-                  static_cast<unsigned short>(0));
+        image->Fill(0);
         image->GetProperties().clear();
         loader(image);
         if (!image) {
@@ -94,10 +86,10 @@ void DefectMapMerge::MergeFactoryDM(boost::function<void(ImagePtr<unsigned short
         _MergeImage<unsigned short>(image);
         reference->GetDM()->GetProperties() = image->GetProperties();
     } catch (...) {
-        shortCollection->Release(lent);
+        shortImages.Release(lent);
         LogAndThrow<CalibrationException>("DefectMapMerge: MergeFactory failed", __FILE__, __LINE__);
     }
-    shortCollection->Release(lent);
+    shortImages.Release(lent);
 }
 
 void DefectMapMerge::UpdateDefectMapReference() {

@@ -14,6 +14,7 @@ set(ORVANE_LAYER_apps image interfaces tools correction parameters calibration a
 # Every other header of the library folders is public.
 set(ORVANE_PRIVATE_HEADERS
     calibration/DefectMapSteps.h
+    calibration/CalibrationLifecycle.h
     correction/ReferenceFile.h
     parameters/MeasureGrid.h
     parameters/ModeKeys.h)

@@ -22,7 +22,7 @@ public:
           bytesPerPixel(static_cast<int>(sizeof(T))),
           pixels(new T[static_cast<size_t>(pixelCount)]),
           buffer(new ImageBuffer<T>(pixels.get(), pixelCount)) {
-        std::fill(pixels.get(), pixels.get() + pixelCount, T());
+        Fill(T());
     }
     virtual ~ImageAcquisition() = default;
 
@@ -35,6 +35,9 @@ public:
     int GetBytesPerPixel() const { return bytesPerPixel; }
 
     T* GetData() const { return pixels.get(); }
+    // Sets every pixel to `value`; work images from the pool come back with their
+    // last user's pixels and are cleared this way.
+    void Fill(T value) { std::fill(pixels.get(), pixels.get() + pixelCount, value); }
     const boost::shared_array<T>& GetPixels() const { return pixels; }
     const boost::shared_ptr<ImageBuffer<T>>& GetBuffer() const { return buffer; }
 

@@ -36,5 +36,5 @@ expect_output("host: offset 101 from 2 frames")
 
 if(WITH_COMMAND)
     run(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH "${WORK_DIR}/prefix/bin/orvane" params Birch)
-    expect_output("Birch")
+    expect_output("lookup\\(\"Birch\"\\)")
 endif()
