@@ -3,6 +3,7 @@
 
 #include "calibration/DefectMapChecker.h"
 #include "tools/LogAndThrow.h"
+#include "image/ImageCollectorRegistry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
@@ -18,21 +19,28 @@ DefectMapMerge::DefectMapMerge(boost::shared_ptr<ReferenceDM> reference,
 }
 
 void DefectMapMerge::Init() {
-    if (byteImages.IsOpen()) {
+    if (initialized) {
         return;
     }
     try {
-        byteImages.Open(width, height, 1);
-        shortImages.Open(width, height, 1);
+        ImageCollectorRegistry& registry = ImageCollectorRegistry::Instance();
+        byteCollection = registry.GetCollection<unsigned char>(width, height, false);
+        shortCollection = registry.GetCollection<unsigned short>(width, height, false);
+        byteCollection->Reserve(1);
+        shortCollection->Reserve(1);
+        initialized = true;
     } catch (...) {
-        byteImages.Close();
         LogAndThrow<CalibrationException>("CalibrationDefectMap: Init failed", __FILE__, __LINE__);
     }
 }
 
 void DefectMapMerge::Clear() {
-    byteImages.Close();
-    shortImages.Close();
+    if (!initialized) {
+        return;
+    }
+    byteCollection->Close();
+    shortCollection->Close();
+    initialized = false;
 }
 
 void DefectMapMerge::Merge(const boost::shared_ptr<ReferenceDM>& other) {
@@ -54,26 +62,24 @@ void DefectMapMerge::Merge(const std::vector<boost::shared_ptr<ReferenceDM>>& ot
 }
 
 void DefectMapMerge::MergeExternalDM() {
-    RequireInit(byteImages.IsOpen(),
-                "DefectMapMerge: MergeExternalDM failed because Init has not run",
+    RequireInit(initialized, "DefectMapMerge: MergeExternalDM failed because Init has not run",
                 __FILE__, __LINE__);
-    ImagePtr<unsigned char> image = byteImages.Acquire();
+    const ImagePtr<unsigned char> image = byteCollection->Acquire();
     try {
         reference->LoadMergeDM(image);
     } catch (...) {
-        byteImages.Release(image);
+        byteCollection->Release(image);
         LogAndThrow<CalibrationException>("DefectMapMerge: MergeExternalDM failed", __FILE__,
                                           __LINE__);
     }
-    byteImages.Release(image);
+    byteCollection->Release(image);
 }
 
 void DefectMapMerge::MergeFactoryDM(boost::function<void(ImagePtr<unsigned short>&)> loader) {
-    RequireInit(byteImages.IsOpen(),
-                "DefectMapMerge: MergeFactory failed because Init has not run",
+    RequireInit(initialized, "DefectMapMerge: MergeFactory failed because Init has not run",
                 __FILE__, __LINE__);
     // The loader may repoint `image`; the pool gets back the image it lent.
-    ImagePtr<unsigned short> lent = shortImages.Acquire();
+    const ImagePtr<unsigned short> lent = shortCollection->Acquire();
     try {
         ImagePtr<unsigned short> image = lent;
         image->Fill(0);
@@ -86,10 +92,10 @@ void DefectMapMerge::MergeFactoryDM(boost::function<void(ImagePtr<unsigned short
         _MergeImage<unsigned short>(image);
         reference->GetDM()->GetProperties() = image->GetProperties();
     } catch (...) {
-        shortImages.Release(lent);
+        shortCollection->Release(lent);
         LogAndThrow<CalibrationException>("DefectMapMerge: MergeFactory failed", __FILE__, __LINE__);
     }
-    shortImages.Release(lent);
+    shortCollection->Release(lent);
 }
 
 void DefectMapMerge::UpdateDefectMapReference() {

@@ -3,7 +3,7 @@
 
 #include "calibration/DefectMapFlag.h"
 #include "image/ImageAcquisition.h"
-#include "image/WorkImages.h"
+#include "image/ImageCollection.h"
 #include "interfaces/ReferenceDM.h"
 
 #include <boost/function.hpp>
@@ -60,9 +60,9 @@ private:
 
     boost::shared_ptr<ReferenceDM> reference;
     boost::shared_ptr<DefectMapFlag> flag;
-    // One image of each, lent for the time of one merge.
-    orvane::detail::WorkImages<unsigned char> byteImages;
-    orvane::detail::WorkImages<unsigned short> shortImages;
+    bool initialized = false;
+    boost::shared_ptr<ImageCollection<unsigned short>> shortCollection;
+    boost::shared_ptr<ImageCollection<unsigned char>> byteCollection;
     std::int32_t width = 0;
     std::int32_t height = 0;
 };
