@@ -27,6 +27,8 @@ std::vector<int> Scalars(const R& p) {
 }
 const std::vector<int> kSharedScalars{65135, -400, 3000, 1000, 100, 1500, 6, 3, 5, 65536};
 
+bool StartsWith(const std::string& key, const char* model) { return key.rfind(model, 0) == 0; }
+
 // The readout of a mode: its dark area, the lines at full length.
 const ROI* Readout(const std::string& key) {
     const auto& rows = s_DefectMapDarkParametersSet.GetBaseRows();
@@ -83,7 +85,7 @@ TEST(DefectMapParameterSets, AreasLieInsideTheReadout) {
     int checked = 0;
     for (const auto& [key, p] : s_defectMapParametersSet.GetBaseRows()) {
         const ROI* readout = Readout(key);
-        if (!readout || key.rfind("CedarHi", 0) == 0) continue;  // the dark rows there are not square
+        if (!readout || StartsWith(key, "CedarHi")) continue;  // the dark rows there are not square
         ++checked;
         EXPECT_LE(p.X0 + p.Width, readout->left + readout->width) << key;
         EXPECT_LE(p.Y0 + p.Height, readout->top + readout->height) << key;
@@ -105,19 +107,20 @@ TEST(DefectMapParameterSets, DoseZoomAtTheReadoutSizeGivesThePlainRow) {
         const auto plainRow = s_defectMapParametersSet.GetBaseRows().find(key);
         if (key.empty() || plainRow == s_defectMapParametersSet.GetBaseRows().end()) continue;
         const DefectMapParameters& plain = plainRow->second;
-        const int height = plain.Height + 2 * std::max(0, plain.Y0 - 60);  // rows kept out at each end
+        const int height = StartsWith(key, "CedarHi") ? plain.Height : Readout(key)->height;
         const DefectMapParameters p = s_defectMapZoomParametersSet.get(key, plain.Width, height);
         ++checked;
         EXPECT_EQ(plain.Y0, p.Y0) << key;
         EXPECT_EQ(plain.Width, p.Width) << key;
         EXPECT_EQ(plain.Height, p.Height) << key;
-        if (key.rfind("Aspen", 0) != 0) { EXPECT_EQ(plain.X0, p.X0) << key; }
-        const bool ownWindow = key.rfind("Willow", 0) == 0 && plain.MedianWidth == 31 && key != "Willow.*.m10";
+        if (!StartsWith(key, "Aspen")) { EXPECT_EQ(plain.X0, p.X0) << key; }
+        const bool ownWindow = StartsWith(key, "Willow") && plain.MedianWidth == 31 && key != "Willow.*.m10";
         if (!ownWindow) { EXPECT_EQ(plain.MedianWidth, p.MedianWidth) << key; }
         EXPECT_EQ(p.MedianWidth, p.MedianHeight) << key;
         EXPECT_EQ(kSharedScalars, Scalars(p)) << key;
     }
     EXPECT_EQ(50, checked);
+    EXPECT_EQ(31, s_defectMapParametersSet.lookup("Willow.A1.m12").MedianWidth);
     EXPECT_EQ(41, s_defectMapZoomParametersSet.get("Willow.A1.m9", 672, 672).MedianWidth);
     EXPECT_EQ(21, s_defectMapZoomParametersSet.get("Willow.A1.m12", 336, 336).MedianWidth);
     // Formulas: at least 3 rows kept out at each end; truncation toward zero.
