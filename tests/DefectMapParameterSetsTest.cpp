@@ -14,22 +14,28 @@
 
 namespace {
 
-// Stored rows other than "" (a lookup that falls through may add that one).
+using Ints = std::vector<int>;
+using Floats = std::vector<float>;
+
+// Stored rows other than "", which a lookup that falls through may add.
 template <typename Set>
 size_t KeyedRows(const Set& set) {
     return set.GetBaseRows().size() - set.GetBaseRows().count("");
 }
 
 template <typename R>
-std::vector<int> Scalars(const R& p) {
+Ints Scalars(const R& p) {
     return {int(p.ClipMax), int(p.ClipMin), p.SpareLevel, p.LogScale, p.GfaMin, p.GfaMax, p.ExcludeSigmas,
             p.GfaSigmas, int(p.GfaTolerance * 100), p.QuantLevels};
 }
-const std::vector<int> kSharedScalars{65135, -400, 3000, 1000, 100, 1500, 6, 3, 5, 65536};
+const Ints kSharedScalars{65135, -400, 3000, 1000, 100, 1500, 6, 3, 5, 65536};
+
+template <typename R>
+Ints Box(const R& p) { return {p.X0, p.Y0, p.Width, p.Height, p.MedianWidth}; }
 
 bool StartsWith(const std::string& key, const char* model) { return key.rfind(model, 0) == 0; }
 
-// The readout of a mode: its dark area, the lines at full length.
+// The readout of a mode: its dark area, the lines at full length, or null.
 const ROI* Readout(const std::string& key) {
     const auto& rows = s_DefectMapDarkParametersSet.GetBaseRows();
     const auto it = rows.find(key);
@@ -38,65 +44,58 @@ const ROI* Readout(const std::string& key) {
 
 }  // namespace
 
-TEST(DefectMapParameterSets, RowCountsAndDefaultRows) {
-    EXPECT_EQ(66u, KeyedRows(s_defectMapParametersSet));
-    EXPECT_EQ(56u, KeyedRows(s_defectMapZoomParametersSet));
-    EXPECT_EQ(26u, KeyedRows(s_defectMapGainParametersSet));
-    EXPECT_EQ(59u, KeyedRows(s_DefectMapDarkParametersSet));
-    EXPECT_EQ(61u, KeyedRows(s_defectMapDarkZoomParametersSet));
-    EXPECT_EQ(4u, KeyedRows(s_DefectMapUntypicalParametersSet));
-    EXPECT_EQ(2u, KeyedRows(s_automaticDefectParametersSet));
-    // No model row for the moded families: an unknown mode ends at the default row,
-    // whose area is empty.
+// Sets without a default row gain an all-zero one on a lookup that falls through, in
+// whatever order the tests run.
+TEST(DefectMapParameterSets, RowCountsAndUnknownKeys) {
+    EXPECT_EQ(Ints({66, 56, 26, 59, 61, 4, 2}),
+              Ints({int(KeyedRows(s_defectMapParametersSet)), int(KeyedRows(s_defectMapZoomParametersSet)),
+                    int(KeyedRows(s_defectMapGainParametersSet)), int(KeyedRows(s_DefectMapDarkParametersSet)),
+                    int(KeyedRows(s_defectMapDarkZoomParametersSet)), int(KeyedRows(s_DefectMapUntypicalParametersSet)),
+                    int(KeyedRows(s_automaticDefectParametersSet))}));
+    // No model rows for the moded families: an unknown mode ends at the empty default row.
     for (const char* key : {"Oak", "Hazel.A12.m99", "Aspen.A1.m17", "CedarHi.A1.m12"}) {
-        const DefectMapParameters& p = s_defectMapParametersSet.lookup(key);
-        EXPECT_EQ(&s_defectMapParametersSet.lookup(""), &p) << key;
-        EXPECT_EQ(0, p.Width + p.Height + p.MedianWidth) << key;
+        EXPECT_EQ(&s_defectMapParametersSet.lookup(""), &s_defectMapParametersSet.lookup(key)) << key;
     }
-    const DefectMapParameters zoomed = s_defectMapZoomParametersSet.get("CedarHi.A1.m1", 2880, 2880);
-    EXPECT_EQ(0, zoomed.X0 + zoomed.Y0 + zoomed.Width + zoomed.Height);
-    EXPECT_EQ(0, s_defectMapGainParametersSet.lookup("Cedar.A1.m1").Width);
+    EXPECT_EQ(Ints({0, 0, 0, 0, 0}), Box(s_defectMapParametersSet.lookup("Oak")));
+    const Ints zoomed = Box(s_defectMapZoomParametersSet.get("CedarHi.A1.m1", 2880, 2880));
+    EXPECT_EQ(Ints({0, 0, 0, 0}), Ints(zoomed.begin(), zoomed.begin() + 4));
+    EXPECT_EQ(Ints({0, 0, 0, 0, 21}), Box(s_defectMapGainParametersSet.lookup("Cedar.A1.m1")));
+    EXPECT_EQ(ROI(0, 0, 0, 0), s_defectMapDarkZoomParametersSet.get("Oak", 1000, 800).Area);
+    EXPECT_EQ(Floats({0, 0}), Floats({s_DefectMapDarkParametersSet.lookup("Oak.A1.m1").ThresholdMax,
+                                      float(s_DefectMapUntypicalParametersSet.lookup("Birch").MedianWidth)}));
+    EXPECT_EQ(0, s_automaticDefectParametersSet.lookup("Hazel.A1.m3").WindowSize);
+    EXPECT_EQ(7, s_automaticDefectParametersSet.lookup("Birch.x.m1").WindowSize);
 }
 
-TEST(DefectMapParameterSets, SharedValuesInEveryRow) {
+TEST(DefectMapParameterSets, SharedValuesAndSpotRows) {
     for (const auto& [key, p] : s_defectMapParametersSet.GetBaseRows()) {
         if (key != "Birch") { EXPECT_EQ(kSharedScalars, Scalars(p)) << key; }
     }
-    EXPECT_EQ(std::vector<int>({16283, -100, 3000, 1000, 100, 1500, 5, 3, 5, 16384}),
-              Scalars(s_defectMapParametersSet.lookup("Birch.x.m1")));
+    EXPECT_EQ(Ints({16283, -100, 3000, 1000, 100, 1500, 5, 3, 5, 16384}), Scalars(s_defectMapParametersSet.lookup("Birch")));
+    EXPECT_EQ(Ints({25, 7, 2350, 2866, 61}), Box(s_defectMapParametersSet.lookup("MapleQb.x.m8")));
     for (const auto& [key, p] : s_defectMapZoomParametersSet.GetBaseRows()) EXPECT_EQ(kSharedScalars, Scalars(p)) << key;
     for (const auto& [key, p] : s_defectMapGainParametersSet.GetBaseRows()) {
-        EXPECT_EQ(std::vector<float>({0.25f, 4, 0.53f, 2, 65536}),
-                  std::vector<float>({p.ClipMin, p.ClipMax, p.ThresholdMin, p.ThresholdMax, float(p.QuantLevels)}))
+        EXPECT_EQ(Floats({0.25f, 4, 0.53f, 2, 65536, float(p.MedianWidth)}),
+                  Floats({p.ClipMin, p.ClipMax, p.ThresholdMin, p.ThresholdMax, float(p.QuantLevels), float(p.MedianHeight)}))
             << key;
-        EXPECT_EQ(p.MedianWidth, p.MedianHeight) << key;
     }
+    // Gain rows whose position, size or window differs from their neighbours'.
+    EXPECT_EQ(Ints({60, 3, 336, 336, 15}), Box(s_defectMapGainParametersSet.lookup("Willow.A1.m12")));
+    EXPECT_EQ(Ints({0, 0, 1400, 1440, 21}), Box(s_defectMapGainParametersSet.lookup("CedarHi.*.m9")));
+    EXPECT_EQ(Ints({9, 3, 782, 954, 21}), Box(s_defectMapGainParametersSet.lookup("MapleQa.*.m8")));
+    EXPECT_EQ(Ints({7, 2, 946, 955, 21}), Box(s_defectMapGainParametersSet.lookup("Cedar.*.m8")));
     for (const auto& [key, p] : s_DefectMapDarkParametersSet.GetBaseRows()) {
-        if (!key.empty()) { EXPECT_EQ(std::vector<float>({327.68f, 42598.4f}), std::vector<float>({p.ThresholdMin, p.ThresholdMax})) << key; }
+        if (!key.empty()) { EXPECT_EQ(Floats({327.68f, 42598.4f}), Floats({p.ThresholdMin, p.ThresholdMax})) << key; }
     }
+    EXPECT_EQ(ROI(0, 0, 640, 640), s_DefectMapDarkParametersSet.lookup("CedarHi.A1.m11").Area);
     for (const auto& [key, p] : s_DefectMapUntypicalParametersSet.GetBaseRows()) {
-        if (!key.empty()) { EXPECT_EQ(std::vector<int>({11, 11, 65536, 3, 10}),
-                                    std::vector<int>({p.MedianWidth, p.MedianHeight, p.QuantLevels, p.GfaSigmas, p.ExcludeSigmas})) << key; }
+        if (!key.empty()) { EXPECT_EQ(Ints({11, 11, 65536, 3, 10}), Ints({p.MedianWidth, p.MedianHeight, p.QuantLevels, p.GfaSigmas, p.ExcludeSigmas})) << key; }
     }
-}
-
-// Each area lies inside the readout of its mode, where the dark table gives one.
-TEST(DefectMapParameterSets, AreasLieInsideTheReadout) {
-    int checked = 0;
-    for (const auto& [key, p] : s_defectMapParametersSet.GetBaseRows()) {
-        const ROI* readout = Readout(key);
-        if (!readout || StartsWith(key, "CedarHi")) continue;  // the dark rows there are not square
-        ++checked;
-        EXPECT_LE(p.X0 + p.Width, readout->left + readout->width) << key;
-        EXPECT_LE(p.Y0 + p.Height, readout->top + readout->height) << key;
-        EXPECT_GT(p.Width, 0) << key;
-    }
-    EXPECT_EQ(43, checked);
-    // Gain rows whose position or size differs from their neighbours'.
-    const DefectMapGainParameters& willow = s_defectMapGainParametersSet.lookup("Willow.A1.m12");
-    EXPECT_EQ(std::vector<int>({60, 3, 336, 336, 15}), std::vector<int>({willow.X0, willow.Y0, willow.Width, willow.Height, willow.MedianWidth}));
-    const DefectMapGainParameters& cedar = s_defectMapGainParametersSet.lookup("CedarHi.*.m9");
-    EXPECT_EQ(std::vector<int>({0, 0, 1400, 1440}), std::vector<int>({cedar.X0, cedar.Y0, cedar.Width, cedar.Height}));
+    EXPECT_EQ(ROI(2, 30, 2875, 2775), s_DefectMapUntypicalParametersSet.lookup("LarchB").Area);
+    EXPECT_EQ(ROI(2, 11, 2875, 2869), s_DefectMapUntypicalParametersSet.lookup("CedarTa").Area);
+    const AutomaticDefectParameters& cedar = s_automaticDefectParametersSet.lookup("Cedar.A1.m8");
+    EXPECT_EQ(ROI(0, 0, 2880, 2880), cedar.Area);
+    EXPECT_EQ(Ints({7, 49, 4000, -4000, 2}), Ints({cedar.WindowSize, cedar.WindowPixels, cedar.ThresholdHigh, cedar.ThresholdLow, cedar.MinHits}));
 }
 
 // At the readout size a zoom row gives the row of the whole-frame table, but where
@@ -106,29 +105,25 @@ TEST(DefectMapParameterSets, DoseZoomAtTheReadoutSizeGivesThePlainRow) {
     for (const auto& [key, zoom] : s_defectMapZoomParametersSet.GetBaseRows()) {
         const auto plainRow = s_defectMapParametersSet.GetBaseRows().find(key);
         if (key.empty() || plainRow == s_defectMapParametersSet.GetBaseRows().end()) continue;
-        const DefectMapParameters& plain = plainRow->second;
-        const int height = StartsWith(key, "CedarHi") ? plain.Height : Readout(key)->height;
-        const DefectMapParameters p = s_defectMapZoomParametersSet.get(key, plain.Width, height);
+        SCOPED_TRACE(key);
         ++checked;
-        EXPECT_EQ(plain.Y0, p.Y0) << key;
-        EXPECT_EQ(plain.Width, p.Width) << key;
-        EXPECT_EQ(plain.Height, p.Height) << key;
-        if (!StartsWith(key, "Aspen")) { EXPECT_EQ(plain.X0, p.X0) << key; }
-        const bool ownWindow = StartsWith(key, "Willow") && plain.MedianWidth == 31 && key != "Willow.*.m10";
-        if (!ownWindow) { EXPECT_EQ(plain.MedianWidth, p.MedianWidth) << key; }
-        EXPECT_EQ(p.MedianWidth, p.MedianHeight) << key;
-        EXPECT_EQ(kSharedScalars, Scalars(p)) << key;
+        Ints plain = Box(plainRow->second);
+        const int height = StartsWith(key, "CedarHi") ? plain[3] : Readout(key)->height;
+        const DefectMapParameters p = s_defectMapZoomParametersSet.get(key, plain[2], height);
+        if (StartsWith(key, "Aspen")) plain[0] = p.X0;
+        if (StartsWith(key, "Willow") && plain[4] == 31 && key != "Willow.*.m10") plain[4] = p.MedianWidth;
+        EXPECT_EQ(plain, Box(p));
+        EXPECT_EQ(Ints({p.MedianWidth}), Ints({p.MedianHeight}));
+        EXPECT_EQ(kSharedScalars, Scalars(p));
     }
-    EXPECT_EQ(50, checked);
+    EXPECT_EQ(9 + 8 + 16 + 7 + 10, checked);
     EXPECT_EQ(31, s_defectMapParametersSet.lookup("Willow.A1.m12").MedianWidth);
     EXPECT_EQ(41, s_defectMapZoomParametersSet.get("Willow.A1.m9", 672, 672).MedianWidth);
     EXPECT_EQ(21, s_defectMapZoomParametersSet.get("Willow.A1.m12", 336, 336).MedianWidth);
-    // Formulas: at least 3 rows kept out at each end; truncation toward zero.
-    const DefectMapParameters hazel = s_defectMapZoomParametersSet.get("Hazel.B7.m1", 1560, 1000);
-    EXPECT_EQ(std::vector<int>({120, 63, 1560, 994}), std::vector<int>({hazel.X0, hazel.Y0, hazel.Width, hazel.Height}));
-    const DefectMapParameters aspen = s_defectMapZoomParametersSet.get("Aspen.A1.m17", 2580, 1921);
-    EXPECT_EQ(std::vector<int>({24, 68, 2580, 1904}), std::vector<int>({aspen.X0, aspen.Y0, aspen.Width, aspen.Height}));
-    EXPECT_EQ(1904, s_defectMapZoomParametersSet.get("Aspen.A1.m1", 2580, 1904).Height);
+    // At least 3 rows kept out at each end; truncation toward zero.
+    EXPECT_EQ(Ints({120, 63, 1560, 994, 61}), Box(s_defectMapZoomParametersSet.get("Hazel.B7.m1", 1560, 1000)));
+    EXPECT_EQ(Ints({24, 68, 2580, 1904, 61}), Box(s_defectMapZoomParametersSet.get("Aspen.A1.m17", 2580, 1921)));
+    EXPECT_EQ(Ints({24, 60, 2580, 1904, 61}), Box(s_defectMapZoomParametersSet.get("Aspen.A1.m1", 2580, 1904)));
 }
 
 TEST(DefectMapParameterSets, DarkZoomAtTheReadoutSizeGivesThePlainRow) {
@@ -141,12 +136,11 @@ TEST(DefectMapParameterSets, DarkZoomAtTheReadoutSizeGivesThePlainRow) {
         const DefectMapDarkParameters p = s_defectMapDarkZoomParametersSet.get(key, readout->width - margin, readout->height);
         ++checked;
         EXPECT_EQ(*readout, p.Area) << key;
-        EXPECT_EQ(std::vector<float>({327.68f, 42598.4f}), std::vector<float>({p.ThresholdMin, p.ThresholdMax})) << key;
+        EXPECT_EQ(Floats({327.68f, 42598.4f}), Floats({p.ThresholdMin, p.ThresholdMax})) << key;
     }
-    EXPECT_EQ(50, checked);
+    EXPECT_EQ(9 + 8 + 16 + 7 + 10, checked);
     EXPECT_EQ(ROI(60, 0, 1000, 204), s_defectMapDarkZoomParametersSet.get("Hazel.A1.m1", 65500, 1000).Area);
     EXPECT_EQ(ROI(60, 0, 640, 880), s_defectMapDarkZoomParametersSet.get("Aspen.A1.m21", 864, 640).Area);
-    EXPECT_EQ(ROI(0, 0, 960, 948), s_defectMapDarkZoomParametersSet.get("CedarHi.*.m8", 948, 960).Area);
     EXPECT_EQ(ROI(0, 0, 0, 0), s_defectMapDarkZoomParametersSet.get("Hazel", 1560, 1440).Area);
 }
 
@@ -160,24 +154,4 @@ TEST(DefectMapParameterSets, EveryZoomFormulaParses) {
     }
     for (const auto& [key, zoom] : s_defectMapDarkZoomParametersSet.GetBaseRows()) evaluate_formula(zoom.Area, zoom);
     EXPECT_TRUE(log.lines.empty()) << log.lines.front();
-}
-
-TEST(DefectMapParameterSets, UntypicalAndAutomaticRows) {
-    EXPECT_EQ(ROI(2, 30, 2875, 2775), s_DefectMapUntypicalParametersSet.lookup("LarchB").Area);
-    EXPECT_EQ(ROI(2, 11, 2875, 2869), s_DefectMapUntypicalParametersSet.lookup("CedarTa").Area);
-    const AutomaticDefectParameters& cedar = s_automaticDefectParametersSet.lookup("Cedar.A1.m8");
-    EXPECT_EQ(ROI(0, 0, 2880, 2880), cedar.Area);
-    EXPECT_EQ(std::vector<int>({7, 49, 4000, -4000, 2}),
-              std::vector<int>({cedar.WindowSize, cedar.WindowPixels, cedar.ThresholdHigh, cedar.ThresholdLow, cedar.MinHits}));
-    EXPECT_EQ(1000, s_automaticDefectParametersSet.lookup("Birch").ThresholdHigh);
-}
-
-// Sets without a default row gain an all-zero one for an unknown model.
-TEST(DefectMapParameterSets, UnknownModelsOfSetsWithoutDefaultRowGetZeros) {
-    EXPECT_EQ(ROI(0, 0, 0, 0), s_DefectMapDarkParametersSet.lookup("Oak.A1.m1").Area);
-    EXPECT_EQ(0.0f, s_DefectMapDarkParametersSet.lookup("Oak").ThresholdMax);
-    EXPECT_EQ(ROI(0, 0, 0, 0), s_defectMapDarkZoomParametersSet.get("Oak", 1000, 800).Area);
-    EXPECT_EQ(0, s_DefectMapUntypicalParametersSet.lookup("Birch").MedianWidth);
-    EXPECT_EQ(0, s_automaticDefectParametersSet.lookup("Hazel.A1.m3").WindowSize);
-    EXPECT_EQ(7, s_automaticDefectParametersSet.lookup("Birch.x.m1").WindowSize);
 }

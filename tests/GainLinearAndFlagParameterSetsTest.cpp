@@ -12,15 +12,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <ostream>
 #include <set>
 
-void PrintTo(const ROI& roi, std::ostream* os) {
-    *os << "(top " << roi.top << ", left " << roi.left << ", " << roi.height << " x " << roi.width << ")";
-}
-
 namespace {
+
+using Ints = std::vector<int>;
+using Floats = std::vector<float>;
 
 bool StartsWith(const std::string& key, const char* model) { return key.rfind(model, 0) == 0; }
 
@@ -38,31 +35,38 @@ ROI ImageOf(const std::string& key, const ROI& readout) {
     return ROI(0, 0, readout.height, static_cast<unsigned short>(readout.width - margin));
 }
 
-std::vector<float> ClipAndFit(const GainLinearParameters& r) { return {r.ClipMin, r.ClipMax, float(r.GfaSigmas), r.GfaTolerance}; }
-const std::vector<float> kClipAndFit{0.25f, 4, 3, 0.05f};
+Floats ClipAndFit(const GainLinearParameters& r) { return {r.ClipMin, r.ClipMax, float(r.GfaSigmas), r.GfaTolerance}; }
+const Floats kClipAndFit{0.25f, 4, 3, 0.05f};
 
 // The distinct values of one ROI field over the areas, sorted.
-std::vector<int> Distinct(const std::vector<ROI>& areas, unsigned short ROI::*field) {
+Ints Distinct(const std::vector<ROI>& areas, unsigned short ROI::*field) {
     std::set<int> values;
     for (const ROI& area : areas) values.insert(area.*field);
-    return std::vector<int>(values.begin(), values.end());
+    return Ints(values.begin(), values.end());
+}
+
+Ints Bands(const DMFlagParameters& p) {
+    return {p.DRZFirstColumn, p.DRZFirstCount, p.DRZSecondColumn, p.DRZSecondCount, p.SplitRows ? p.SplitRow : -1};
 }
 
 }  // namespace
 
 TEST(GainAndFlagParameterSets, RowCountsAndSharedGainValues) {
-    EXPECT_EQ(77u, s_gainLinearParametersSet.GetBaseRows().size());
-    EXPECT_EQ(62u, s_gainLinearStandardZoomParametersSet.GetBaseRows().size());
-    EXPECT_EQ(77u, s_DMFlagParametersSet.GetBaseRows().size());
-    EXPECT_EQ(53u, s_DMFlagZoomParametersSet.GetBaseRows().size() - s_DMFlagZoomParametersSet.GetBaseRows().count(""));
+    EXPECT_EQ(Ints({77, 62, 77, 53}),
+              Ints({int(s_gainLinearParametersSet.GetBaseRows().size()),
+                    int(s_gainLinearStandardZoomParametersSet.GetBaseRows().size()),
+                    int(s_DMFlagParametersSet.GetBaseRows().size()),
+                    int(s_DMFlagZoomParametersSet.GetBaseRows().size() - s_DMFlagZoomParametersSet.GetBaseRows().count(""))}));
     for (const auto& [key, p] : s_gainLinearParametersSet.GetBaseRows()) {
         EXPECT_EQ(kClipAndFit, ClipAndFit(p)) << key;
-        EXPECT_EQ(StartsWith(key, "Hazel") || StartsWith(key, "Aspen") || StartsWith(key, "CedarHi") ||
-                      StartsWith(key, "Willow"), p.InvertGain) << key;
+        const bool inverted = StartsWith(key, "Hazel") || StartsWith(key, "Aspen") || StartsWith(key, "CedarHi") ||
+                              StartsWith(key, "Willow");
+        EXPECT_EQ(inverted, p.InvertGain) << key;
     }
     // No mode row "Cedar.*.m3": the search ends at the model row.
     EXPECT_EQ(&s_gainLinearParametersSet.lookup("Cedar"), &s_gainLinearParametersSet.lookup("Cedar.A1.m3"));
     EXPECT_TRUE(s_gainLinearParametersSet.lookup("Oak.A1.m3").MeasureAreas.empty());
+    EXPECT_EQ(&s_DMFlagParametersSet.lookup(""), &s_DMFlagParametersSet.lookup("Oak"));
 }
 
 // Measure areas: a grid of equal squares inside the normalising area, a square apart
@@ -73,17 +77,15 @@ TEST(GainLinearParametersSet, MeasureAreasAreACentredGrid) {
         const std::vector<ROI>& areas = p.MeasureAreas;
         if (areas.empty()) continue;
         const int size = areas[0].height;
-        const std::vector<int> tops = Distinct(areas, &ROI::top), lefts = Distinct(areas, &ROI::left);
+        const Ints tops = Distinct(areas, &ROI::top), lefts = Distinct(areas, &ROI::left);
         EXPECT_EQ(tops.size() * lefts.size(), areas.size());
         for (const ROI& area : areas) {
             EXPECT_EQ(ROI(area.top, area.left, size, size), area);
-            EXPECT_LE(area.top + size, p.Y0 + p.Height);
-            EXPECT_LE(area.left + size, p.X0 + p.Width);
+            EXPECT_TRUE(area.top + size <= p.Y0 + p.Height && area.left + size <= p.X0 + p.Width);
         }
-        for (const auto* values : {&tops, &lefts}) {
+        for (const Ints* values : {&tops, &lefts}) {
             for (size_t i = 1; i < values->size(); ++i) {
-                EXPECT_GE((*values)[i] - (*values)[i - 1], size);
-                EXPECT_LE((*values)[i] - (*values)[i - 1], size + 1);
+                EXPECT_TRUE((*values)[i] - (*values)[i - 1] == size || (*values)[i] - (*values)[i - 1] == size + 1);
             }
         }
         const int top0 = StartsWith(key, "Willow") ? 0 : p.Y0;  // Willow's grid leaves out the top margin
@@ -98,8 +100,7 @@ TEST(GainLinearParametersSet, MeasureAreasAreACentredGrid) {
     EXPECT_EQ(ROI(1194, 1200, 120, 120), s_gainLinearParametersSet.lookup("CedarHi.*.m5").MeasureAreas[0]);
     EXPECT_EQ(ROI(480, 600, 60, 60), s_gainLinearParametersSet.lookup("Aspen.*.m14").MeasureAreas[5]);
     const GainLinearParameters& maple = s_gainLinearParametersSet.lookup("MapleK");
-    EXPECT_EQ(std::vector<int>({0, 2400, 0, 3000, 20}),
-              std::vector<int>({maple.Y0, maple.Height, maple.X0, maple.Width, int(maple.MeasureAreas.size())}));
+    EXPECT_EQ(Ints({0, 2400, 0, 3000, 20}), Ints({maple.Y0, maple.Height, maple.X0, maple.Width, int(maple.MeasureAreas.size())}));
 }
 
 // For a region covering the plain normalising area, the zoom rows give the plain row;
@@ -114,8 +115,7 @@ TEST(GainLinearZoomParametersSet, WholeNormalisingAreaGivesThePlainRecord) {
         const GainLinearParameters& plain = plainRow->second;
         const ROI region(0, 0, static_cast<unsigned short>(plain.Height), static_cast<unsigned short>(plain.Width));
         const GainLinearParameters zoomed = s_gainLinearStandardZoomParametersSet.get(key, region);
-        EXPECT_EQ(std::vector<int>({1, plain.Y0, plain.Height, plain.Width}),
-                  std::vector<int>({zoomed.InvertGain, zoomed.Y0, zoomed.Height, zoomed.Width}));
+        EXPECT_EQ(Ints({1, plain.Y0, plain.Height, plain.Width}), Ints({zoomed.InvertGain, zoomed.Y0, zoomed.Height, zoomed.Width}));
         EXPECT_EQ(kClipAndFit, ClipAndFit(zoomed));
         if (!StartsWith(key, "Aspen")) {
             EXPECT_EQ(plain.X0, zoomed.X0);
@@ -128,30 +128,24 @@ TEST(GainLinearZoomParametersSet, WholeNormalisingAreaGivesThePlainRecord) {
     EXPECT_EQ(ROI(780, 1170, 120, 120), aspen.MeasureAreas[1]);
 }
 
+// Two module rows by three module columns round the module corner at or before the
+// region's centre; an area leaving the usable part is shortened, not moved.
 TEST(GainLinearZoomParametersSet, ModuleRowsFollowTheRegionCentre) {
     auto& set = s_gainLinearStandardZoomParametersSet;
     const GainLinearParameters small = set.get("HazelW.A1.m1", ROI(300, 500, 600, 700));
-    EXPECT_EQ(std::vector<int>({60, 0, 600, 700}), std::vector<int>({small.Y0, small.X0, small.Height, small.Width}));
-    std::vector<ROI> expected;
-    for (unsigned short top : {240, 360})
-        for (unsigned short left : {220, 340, 460}) expected.emplace_back(top, left, 120, 120);
-    EXPECT_EQ(expected, small.MeasureAreas);
-    // The floor in the centre: an odd width lies half a pixel down.
-    EXPECT_EQ(set.get("HazelW.A1.m1", ROI(0, 0, 1440, 1570)).MeasureAreas,
-              set.get("HazelW.A1.m1", ROI(0, 0, 1440, 1571)).MeasureAreas);
-    // An area leaving the usable part is shortened, not moved.
-    const GainLinearParameters corner = set.get("HazelW.A1.m1", ROI(0, 0, 200, 250));
-    EXPECT_EQ(ROI(70, 240, 110, 10), corner.MeasureAreas[5]);
+    EXPECT_EQ(Ints({60, 0, 600, 700, 6}), Ints({small.Y0, small.X0, small.Height, small.Width, int(small.MeasureAreas.size())}));
+    EXPECT_EQ(ROI(240, 220, 120, 120), small.MeasureAreas[0]);
+    EXPECT_EQ(ROI(360, 460, 120, 120), small.MeasureAreas[5]);
+    EXPECT_EQ(set.get("HazelW.A1.m1", ROI(0, 0, 1440, 1570)).MeasureAreas, set.get("HazelW.A1.m1", ROI(0, 0, 1440, 1571)).MeasureAreas);
+    EXPECT_EQ(ROI(70, 240, 110, 10), set.get("HazelW.A1.m1", ROI(0, 0, 200, 250)).MeasureAreas[5]);
     EXPECT_TRUE(set.get("Maple.A1.m1", ROI(0, 0, 600, 700)).MeasureAreas.empty());
 }
 
 TEST(ZoomParameterSets, EveryFormulaParses) {
     orvane::test::LogCapture log;
     for (const ROI& region : {ROI(0, 0, 1440, 1560), ROI(300, 500, 100, 120)}) {
-        for (const auto& entry : s_gainLinearStandardZoomParametersSet.GetBaseRows()) {
-            s_gainLinearStandardZoomParametersSet.get(entry.first, region);
-        }
-        for (const auto& entry : s_DMFlagZoomParametersSet.GetBaseRows()) s_DMFlagZoomParametersSet.get(entry.first, region);
+        for (const auto& row : s_gainLinearStandardZoomParametersSet.GetBaseRows()) s_gainLinearStandardZoomParametersSet.get(row.first, region);
+        for (const auto& row : s_DMFlagZoomParametersSet.GetBaseRows()) s_DMFlagZoomParametersSet.get(row.first, region);
     }
     EXPECT_TRUE(log.lines.empty()) << log.lines.front();
 }
@@ -167,22 +161,19 @@ TEST(DMFlagParametersSet, AreasAndBandsFollowTheReadout) {
         ++checked;
         EXPECT_LE(p.Area.top + p.Area.height, readout->top + readout->height);
         EXPECT_LE(p.Area.left + p.Area.width, readout->left + readout->width);
-        EXPECT_TRUE(p.TestArea && p.TestDRZLines);
-        EXPECT_EQ(0, p.DRZFirstColumn);
-        EXPECT_EQ(readout->width, p.DRZSecondColumn + p.DRZSecondCount);
-        EXPECT_EQ(StartsWith(key, "Aspen"), p.SplitRows);
-        if (p.SplitRows) { EXPECT_EQ(readout->top + readout->height / 2, p.SplitRow); }
-        EXPECT_FALSE(p.SplitColumns);
+        EXPECT_TRUE(p.TestArea && p.TestDRZLines && !p.SplitColumns);
+        EXPECT_EQ(Ints({0, readout->width, StartsWith(key, "Aspen") ? readout->top + readout->height / 2 : -1}),
+                  Ints({p.DRZFirstColumn, p.DRZSecondColumn + p.DRZSecondCount, Bands(p)[4]}));
     }
     EXPECT_EQ(9 + 8 + 16 + 10, checked);
     const DMFlagParameters& cedar = s_DMFlagParametersSet.lookup("Cedar.A1.m8");
     EXPECT_TRUE(cedar.TestWholeFrame && !cedar.TestDRZLines && cedar.TestArea && cedar.RetestWholeFrame);
     EXPECT_EQ(480, cedar.SplitRow);
     const DMFlagParameters& cedarModel = s_DMFlagParametersSet.lookup("Cedar.A1.m1");
-    EXPECT_TRUE(!cedarModel.TestWholeFrame && cedarModel.TestArea && cedarModel.SplitRows && !cedarModel.SplitColumns);
-    EXPECT_EQ(std::vector<float>({1440, 0.3f}), std::vector<float>({float(cedarModel.SplitRow), cedarModel.AreaHorizontalRatio}));
+    EXPECT_TRUE(!cedarModel.TestWholeFrame && cedarModel.TestArea && !cedarModel.SplitColumns);
+    EXPECT_EQ(Floats({1440, 0.3f}), Floats({float(Bands(cedarModel)[4]), cedarModel.AreaHorizontalRatio}));
     const DMFlagParameters& birch = s_DMFlagParametersSet.lookup("Birch");
-    EXPECT_EQ(std::vector<int>({1560, 1560}), std::vector<int>({birch.SplitRow * birch.SplitRows, birch.SplitColumn * birch.SplitColumns}));
+    EXPECT_EQ(Ints({1560, 1560}), Ints({Bands(birch)[4], birch.SplitColumns ? birch.SplitColumn : -1}));
     EXPECT_EQ(ROI(0, 1, 1440, 1398), s_DMFlagParametersSet.lookup("CedarHi.*.m9").Area);
     EXPECT_EQ(ROI(30, 50, 2820, 2300), s_DMFlagParametersSet.lookup("MapleQ").Area);
 }
@@ -198,35 +189,32 @@ TEST(DMFlagZoomParametersSet, ImageOfTheModeGivesThePlainRecord) {
         ++checked;
         const DMFlagParameters& plain = s_DMFlagParametersSet.GetBaseRows().at(key);
         const DMFlagParameters p = s_DMFlagZoomParametersSet.get(key, ImageOf(key, *readout));
-        EXPECT_EQ(std::vector<bool>({plain.TestWholeFrame, plain.TestDRZLines, plain.TestArea, plain.RetestWholeFrame,
-                                     plain.SplitRows, plain.SplitColumns}),
-                  std::vector<bool>({p.TestWholeFrame, p.TestDRZLines, p.TestArea, p.RetestWholeFrame, p.SplitRows, p.SplitColumns}));
-        EXPECT_EQ(plain.Area.top, p.Area.top);
-        EXPECT_EQ(plain.Area.height, p.Area.height);
-        EXPECT_EQ(std::vector<float>({plain.DRZRatio, plain.AreaHorizontalRatio, plain.AreaVerticalRatio}),
-                  std::vector<float>({p.DRZRatio, p.AreaHorizontalRatio, p.AreaVerticalRatio}));
-        if (plain.TestWholeFrame) {
-            EXPECT_EQ(std::vector<float>({plain.HorizontalRatio, plain.VerticalRatio, plain.RetestHorizontalRatio,
-                                          plain.RetestVerticalRatio}),
-                      std::vector<float>({p.HorizontalRatio, p.VerticalRatio, p.RetestHorizontalRatio, p.RetestVerticalRatio}));
-        }
-        if (plain.SplitRows) { EXPECT_EQ(plain.SplitRow, p.SplitRow); }
+        const auto flags = [](const DMFlagParameters& r) {
+            return Ints({r.TestWholeFrame, r.TestDRZLines, r.TestArea, r.RetestWholeFrame, r.SplitRows, r.SplitColumns});
+        };
+        const auto ratios = [](const DMFlagParameters& r) {
+            return r.TestWholeFrame ? Floats({r.HorizontalRatio, r.VerticalRatio, r.RetestHorizontalRatio, r.RetestVerticalRatio, r.DRZRatio})
+                                    : Floats({r.DRZRatio});
+        };
+        EXPECT_EQ(flags(plain), flags(p));
+        EXPECT_EQ(ratios(plain), ratios(p));
+        EXPECT_EQ(Floats({plain.AreaHorizontalRatio, plain.AreaVerticalRatio}), Floats({p.AreaHorizontalRatio, p.AreaVerticalRatio}));
+        EXPECT_EQ(Ints({plain.Area.top, plain.Area.height}), Ints({p.Area.top, p.Area.height}));
         if (key == "Willow.*.m10") continue;
-        EXPECT_EQ(std::vector<int>({plain.DRZFirstColumn, plain.DRZFirstCount, plain.DRZSecondColumn, plain.DRZSecondCount}),
-                  std::vector<int>({p.DRZFirstColumn, p.DRZFirstCount, p.DRZSecondColumn, p.DRZSecondCount}));
+        EXPECT_EQ(Bands(plain), Bands(p));
         if (!StartsWith(key, "Aspen")) { EXPECT_EQ(plain.Area, p.Area); }
     }
     EXPECT_EQ(9 + 8 + 16 + 9, checked);
     const DMFlagParameters willow = s_DMFlagZoomParametersSet.get("Willow.A1.m10", ROI(0, 0, 448, 448));
     EXPECT_EQ(ROI(60, 3, 448, 448), willow.Area);
-    EXPECT_EQ(451, willow.DRZSecondColumn);
+    EXPECT_EQ(Ints({0, 3, 451, 3, -1}), Bands(willow));
 }
 
 TEST(DMFlagZoomParametersSet, RatiosRiseForSmallRegionsAndPositionsEnterTheArea) {
     const DMFlagParameters hazel = s_DMFlagZoomParametersSet.get("Hazel.A1.m3", ROI(0, 0, 150, 100));
-    EXPECT_EQ(std::vector<float>({0.2f, 20.0f / 150, 0.1f, 10.0f / 150, 0.1f, 10.0f / 150}),
-              std::vector<float>({hazel.HorizontalRatio, hazel.VerticalRatio, hazel.AreaHorizontalRatio,
-                                  hazel.AreaVerticalRatio, hazel.RetestHorizontalRatio, hazel.RetestVerticalRatio}));
+    EXPECT_EQ(Floats({0.2f, 20.0f / 150, 0.1f, 10.0f / 150, 0.1f, 10.0f / 150}),
+              Floats({hazel.HorizontalRatio, hazel.VerticalRatio, hazel.AreaHorizontalRatio, hazel.AreaVerticalRatio,
+                      hazel.RetestHorizontalRatio, hazel.RetestVerticalRatio}));
     EXPECT_EQ(ROI(63, 60, 144, 100), hazel.Area);
     EXPECT_FLOAT_EQ(0.1f, s_DMFlagZoomParametersSet.get("Willow.A1.m1", ROI(0, 0, 150, 100)).HorizontalRatio);
     EXPECT_EQ(ROI(63, 5, 1407, 1555), s_DMFlagZoomParametersSet.get("HazelW.A1.m1", ROI(20, 5, 1420, 1560)).Area);
@@ -234,14 +222,8 @@ TEST(DMFlagZoomParametersSet, RatiosRiseForSmallRegionsAndPositionsEnterTheArea)
     EXPECT_EQ(ROI(60, 24, 1904, 2580), aspen.Area);
     EXPECT_EQ(1012, aspen.SplitRow);
     EXPECT_EQ(ROI(1, 0, 958, 960), s_DMFlagZoomParametersSet.get("CedarHi.A1.m1", ROI(0, 0, 960, 960)).Area);
-}
-
-// Runs in any order: the flag zoom set has no default row and gains an all-zero one.
-TEST(DMFlagZoomParametersSet, UnknownModelGetsAnEmptyRecord) {
+    // The set has no default row: an unknown model gains an all-zero one.
     const DMFlagParameters none = s_DMFlagZoomParametersSet.get("Birch.A1.m1", ROI(10, 20, 600, 700));
     EXPECT_EQ(ROI(0, 0, 0, 0), none.Area);
-    EXPECT_EQ(0.0f, none.HorizontalRatio + none.AreaVerticalRatio);
-    EXPECT_FALSE(none.TestWholeFrame || none.TestArea);
-    EXPECT_EQ(0, none.DRZSecondColumn + none.SplitRow);
-    EXPECT_EQ(&s_DMFlagParametersSet.lookup(""), &s_DMFlagParametersSet.lookup("Oak"));
+    EXPECT_EQ(Floats({0, 0, 0, 0}), Floats({none.HorizontalRatio, none.AreaVerticalRatio, float(none.TestArea), float(none.SplitRow)}));
 }
