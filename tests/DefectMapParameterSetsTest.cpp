@@ -103,7 +103,8 @@ TEST(DefectMapParameterSets, DoseZoomAtTheReadoutSizeGivesThePlainRow) {
         SCOPED_TRACE(key);
         ++checked;
         Ints plain = Box(plainRow->second);
-        const int height = StartsWith(key, "CedarHi") ? plain[3] : Readout(key)->height;
+        const ROI* readout = StartsWith(key, "CedarHi") ? nullptr : Readout(key);
+        const int height = readout ? readout->height : plain[3];
         const DefectMapParameters p = s_defectMapZoomParametersSet.get(key, plain[2], height);
         if (StartsWith(key, "Aspen")) plain[0] = p.X0;
         if (StartsWith(key, "Willow") && plain[4] == 31 && key != "Willow.*.m10") plain[4] = plain[5] = p.MedianWidth;
