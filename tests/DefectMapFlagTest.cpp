@@ -14,12 +14,9 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 using P = DMFlagParameters;
-const int W = 20;
-const int H = 12;
+const int W = 20, H = 12;
 
-struct Rect {
-    int x0, y0, x1, y1;  // inclusive
-};
+struct Rect { int x0, y0, x1, y1; };  // inclusive
 
 Bytes Draw(Bytes grid, const std::vector<Rect>& rects, unsigned char v) {
     for (const Rect& r : rects)
@@ -30,11 +27,7 @@ Bytes Draw(Bytes grid, const std::vector<Rect>& rects, unsigned char v) {
 
 // A W x H map marked 7 on `marks`, flagged with the parameters that `set` writes; it
 // must come out as the marks with 1 on `flagged`.
-struct Case {
-    const char* what;
-    std::function<void(P&)> set;
-    std::vector<Rect> marks, flagged;
-};
+struct Case { const char* what; std::function<void(P&)> set; std::vector<Rect> marks, flagged; };
 
 void ExpectFlags(const std::vector<Case>& cases) {
     for (const Case& c : cases) {
@@ -48,33 +41,15 @@ void ExpectFlags(const std::vector<Case>& cases) {
     }
 }
 
-void WholeFrame(P& p, float horizontal, float vertical) {
-    p.TestWholeFrame = true;
-    p.HorizontalRatio = horizontal;
-    p.VerticalRatio = vertical;
-}
+void WholeFrame(P& p, float horizontal, float vertical) { p.TestWholeFrame = true, p.HorizontalRatio = horizontal, p.VerticalRatio = vertical; }
 
-void Retest(P& p, float horizontal, float vertical) {
-    p.RetestWholeFrame = true;
-    p.RetestHorizontalRatio = horizontal;
-    p.RetestVerticalRatio = vertical;
-}
+void Retest(P& p, float horizontal, float vertical) { p.RetestWholeFrame = true, p.RetestHorizontalRatio = horizontal, p.RetestVerticalRatio = vertical; }
 
 // A seam row and a seam column, each unless negative.
-void Split(P& p, int row, int column) {
-    p.SplitRows = row >= 0;
-    p.SplitColumns = column >= 0;
-    p.SplitRow = row;
-    p.SplitColumn = column;
-}
+void Split(P& p, int row, int column) { p.SplitRows = row >= 0, p.SplitColumns = column >= 0, p.SplitRow = row, p.SplitColumn = column; }
 
 // Bands of columns 0..5 and 14..19: 12 columns x 0.125 gives a threshold of 1.
-void Drz(P& p) {
-    p.TestDRZLines = true;
-    p.DRZRatio = 0.125f;
-    p.DRZFirstCount = p.DRZSecondCount = 6;
-    p.DRZSecondColumn = 14;
-}
+void Drz(P& p) { p.TestDRZLines = true, p.DRZRatio = 0.125f, p.DRZFirstCount = p.DRZSecondCount = 6, p.DRZSecondColumn = 14; }
 
 }  // namespace
 
@@ -94,21 +69,14 @@ TEST(DefectMapFlag, RowIsFlaggedOnlyAboveItsThreshold) {
 TEST(DefectMapFlag, ThresholdsAreTruncatedAndAreasBoundTheTest) {
     ExpectFlags({
         {"all tests on an empty map", [](P& p) {
-             WholeFrame(p, 0.0f, 0.0f); Retest(p, 0.0f, 0.0f); Drz(p); Split(p, 5, 9);
-             p.TestArea = true;
-             p.Area = ROI(1, 1, 10, 18);
+             WholeFrame(p, 0.0f, 0.0f), Retest(p, 0.0f, 0.0f), Drz(p), Split(p, 5, 9), p.TestArea = true, p.Area = ROI(1, 1, 10, 18);
          }, {}, {}},
         // Rows: ratio 0; columns: 12 x 0.08 = 0.96, truncated to 0.
         {"threshold below one", [](P& p) { WholeFrame(p, 0.0f, 0.08f); }, {{5, 3, 5, 3}}, {{0, 3, W - 1, 3}, {5, 0, 5, H - 1}}},
         {"area of height 0", [](P& p) { p.TestArea = true; p.Area = ROI(2, 3, 0, 5); }, {{0, 0, W - 1, H - 1}}, {}},
         {"area of width 0", [](P& p) { p.TestArea = true; p.Area = ROI(2, 3, 4, 0); }, {{0, 0, W - 1, H - 1}}, {}},
         // Rows 2..6, columns 4..11: rows 8 x 0.25 = 2, columns 5 x 0.5 -> 2 (not 5 x 0.25 -> 1).
-        {"area", [](P& p) {
-             p.TestArea = true;
-             p.Area = ROI(2, 4, 5, 8);
-             p.AreaHorizontalRatio = 0.25f;
-             p.AreaVerticalRatio = 0.5f;
-         }, {{5, 3, 7, 3}, {2, 3, 2, 3}, {15, 3, 15, 3}, {9, 4, 9, 6}, {9, 8, 9, 8}, {5, 5, 5, 5}, {0, 10, W - 1, 10}},
+        {"area", [](P& p) { p.TestArea = true, p.Area = ROI(2, 4, 5, 8), p.AreaHorizontalRatio = 0.25f, p.AreaVerticalRatio = 0.5f; }, {{5, 3, 7, 3}, {2, 3, 2, 3}, {15, 3, 15, 3}, {9, 4, 9, 6}, {9, 8, 9, 8}, {5, 5, 5, 5}, {0, 10, W - 1, 10}},
          {{4, 3, 11, 3}, {9, 2, 9, 6}}},
     });
 }

@@ -19,24 +19,16 @@ struct Zoom {
     std::string Loop = "Loop+1", A = "B*2", B = "A+3", Double = "Double+Double";
 };
 
-// Registers the variables as a zoom set's constructor would, before any test runs.
+// Registers the variables as a zoom set's constructor would, before any test runs. "H"
+// comes after "Height" (the longer name still wins), a second "Width" is never read.
 struct ZoomVariables {
     ZoomVariables() {
-        auto& registry = parameter_func<Zoom>::instance();
-        registry.add_variable("Y0", &Zoom::Y0);
-        registry.add_variable("Height", &Zoom::Height);
-        registry.add_variable("Width", &Zoom::Width);
-        registry.add_variable("Yc", &Zoom::Yc);
-        registry.add_variable("Thlc", &Zoom::Thlc);
-        registry.add_variable("modSize", &Zoom::modSize);
-        registry.add_variable("nc", &Zoom::nc);
-        registry.add_variable("nc1", &Zoom::nc1);
-        registry.add_variable("H", &Zoom::H);  // after "Height": the longer name still wins
-        registry.add_variable("Loop", &Zoom::Loop);
-        registry.add_variable("A", &Zoom::A);
-        registry.add_variable("B", &Zoom::B);
-        registry.add_variable("Double", &Zoom::Double);
-        registry.add_variable("Width", &Zoom::Height);  // a second "Width" is never read
+        auto& r = parameter_func<Zoom>::instance();
+        r.add_variable("Y0", &Zoom::Y0); r.add_variable("Height", &Zoom::Height); r.add_variable("Width", &Zoom::Width);
+        r.add_variable("Yc", &Zoom::Yc); r.add_variable("Thlc", &Zoom::Thlc); r.add_variable("modSize", &Zoom::modSize);
+        r.add_variable("nc", &Zoom::nc); r.add_variable("nc1", &Zoom::nc1); r.add_variable("H", &Zoom::H);
+        r.add_variable("Loop", &Zoom::Loop); r.add_variable("A", &Zoom::A); r.add_variable("B", &Zoom::B);
+        r.add_variable("Double", &Zoom::Double); r.add_variable("Width", &Zoom::Height);
     }
 } zoomVariables;
 
