@@ -31,6 +31,15 @@ public:
         return baseRows[""];
     }
 
+    // Whether the row that lookup gives `key` is a row of its own (stored under the key
+    // or under an ancestor the nearest-key search reaches) rather than the default ""
+    // row, which only carries what every model shares. Inserts nothing.
+    bool HasOwnRow(const std::string& key) const {
+        const std::map<std::string, R>& rows = FindExactOrNearest(overrideRows, key) ? overrideRows : baseRows;
+        const R* found = FindExactOrNearest(rows, key);
+        return found != nullptr && found != Find(rows, "");
+    }
+
     const std::map<std::string, R>& GetBaseRows() const { return baseRows; }
 
     // The row that the nearest-key search gives to `key`, or null; never the row

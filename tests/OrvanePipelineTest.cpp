@@ -143,6 +143,11 @@ TEST_F(PipelineTest, OnlyRestrictsTheStepsAndRejectsUnknownNames) {
     ASSERT_TRUE(outputs.defects);  // the only map made is the final one
     EXPECT_NE(outputs.defects->GetData()[kHotY * kWidth + kHotX], 0);
 
+    // What a step waits for is named, in the order of its needs.
+    const CalibrationOutputs waiting = Run({"dm6", "dm-merge"});
+    EXPECT_EQ(Find(waiting, "dm6").detail, "needs gain-linear");
+    EXPECT_EQ(Find(waiting, "dm-merge").detail, "needs a defect map");
+
     try {
         Run({"dm6", "dm-nonsense"});
         FAIL() << "an unknown step was accepted";

@@ -46,9 +46,14 @@ TEST(ParametersSet, NearestKeyTrialsForFourComponentsInOrder) {
 }
 
 TEST(ParametersSet, WildcardTrialFailsThenShorteningFindsTheModel) {
-    RecordSet set{{"Birch", 5}, {"Cedar", 6}};
+    RecordSet set{{"", 1}, {"Birch", 5}, {"Cedar", 6}};
     EXPECT_EQ(5, set.lookup("Birch.x.m1").value);
     EXPECT_EQ(6, set.lookup("Cedar.*.m1").value);
+    // A row of its own is one the search reaches before the default row.
+    EXPECT_TRUE(set.HasOwnRow("Birch.x.m1"));
+    EXPECT_TRUE(set.HasOwnRow("Cedar.*.m1"));
+    EXPECT_FALSE(set.HasOwnRow("Aspen.x.m1"));
+    EXPECT_FALSE(set.HasOwnRow(""));
 }
 
 TEST(ParametersSet, RowsAreCopiesOfTheirAncestorsAtTheTimeOfWriting) {
@@ -65,6 +70,8 @@ TEST(ParametersSet, RowsAreCopiesOfTheirAncestorsAtTheTimeOfWriting) {
 
 TEST(ParametersSet, SetWithoutDefaultRowGainsADefaultConstructedOne) {
     RecordSet set{{"Birch", 5}};
+    EXPECT_FALSE(set.HasOwnRow("Cedar.x.m1"));
+    EXPECT_EQ(1u, set.GetBaseRows().size());  // asking inserts nothing
     EXPECT_EQ(0, set.lookup("Cedar.x.m1").value);
     EXPECT_EQ(2u, set.GetBaseRows().size());
     EXPECT_EQ(1u, set.GetBaseRows().count(""));

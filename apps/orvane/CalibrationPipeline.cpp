@@ -1,18 +1,14 @@
 #include "apps/orvane/CalibrationPipeline.h"
 
+#include "apps/orvane/Evaluation.h"
 #include "apps/orvane/InputError.h"
 #include "OrvaneCalibration.h"
 
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <cmath>
-#include <cstdint>
 #include <exception>
-#include <functional>
-#include <limits>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -23,41 +19,9 @@ namespace app {
 
 namespace {
 
-enum Step {
-    kOffsetDynamic,
-    kOffsetTimeGrid,
-    kGainLinear,
-    kDm6,
-    kDmGain,
-    kDmDark,
-    kDmUntypical,
-    kDmAuto,
-    kDmMerge,
-    kGainPoly,
-    kGainPolyDenoised,
-    kClusters,
-    kEchoLines,
-    kStepCount
-};
-
 const char* const kStoreExtension = ".fxd";
 // Frame pairs of the automatic defect update.
 constexpr int kMaxAutomaticPairs = 3;
-
-// Whether the nearest-key search gives `key` a row of its own: an exact row or an
-// ancestor row, but not the default "" row, which only carries shared scalars or
-// empty areas in these tables.
-template <typename R>
-bool HasOwnRow(const ParametersSet<R>& set, const std::string& key) {
-    const auto& rows = set.GetBaseRows();
-    const auto exact = rows.find(key);
-    const R* found = exact != rows.end() ? &exact->second : ParametersSet<R>::find_nearest(rows, key);
-    if (found == nullptr) {
-        return false;
-    }
-    const auto fallback = rows.find("");
-    return fallback == rows.end() || found != &fallback->second;
-}
 
 std::string Figure(double value, int precision = 4) {
     std::ostringstream out;
@@ -91,37 +55,55 @@ long DefectCount(const boost::shared_ptr<ReferenceDM>& store) {
     return static_cast<long>(CountPositivePixels<unsigned char>(store->GetDM()));
 }
 
-// Robust sigma / mean of `values` (3-sigma rejection); `scratch` has room for them.
-double NonUniformity(const std::vector<float>& values, std::vector<float>& scratch) {
-    if (values.empty()) {
-        return std::numeric_limits<double>::quiet_NaN();
-    }
-    float mean = 0.0f;
-    float sigma = 0.0f;
-    ComputeGFAMeanAndSigma(values.data(), scratch.data(), static_cast<unsigned>(values.size()), 3, 0.001f,
-                           -std::numeric_limits<float>::max(), std::numeric_limits<float>::max(), mean,
-                           sigma);
-    return mean != 0.0f ? static_cast<double>(sigma) / mean : std::numeric_limits<double>::quiet_NaN();
+// Whether `model` has rows of its own in `set` (not only the default row).
+template <auto& set>
+bool HasRowsIn(const std::string& model) {
+    return set.HasOwnRow(model);
 }
+
+class Pipeline;
+
+// What a step needs, besides parameter rows, before it can run.
+struct Requirement {
+    enum class Kind {
+        Ran,        // `step` ran
+        NotFailed,  // `step` did not fail (it may have been skipped)
+        DefectMap,  // a defect map was made
+        FinalMap,   // the final defect map exists
+    };
+    Kind kind;
+    const char* step = nullptr;
+};
+
+// One calibration of the run. Adding a step is one entry of Pipeline::Steps().
+struct StepDefinition {
+    const char* name;
+    bool (*hasRows)(const std::string& model);  // null: the step runs for every model
+    std::vector<Requirement> needs;             // checked in order; the first unmet is reported
+    std::string (Pipeline::*body)(StepReport&);  // does the work; returns the report's detail
+};
 
 // One run of the calibrations. The stores live here between the steps; every
 // calibration object lives only inside its step, so that the work images of the
 // shared pool are back before the next step takes them.
 class Pipeline {
 public:
+    // The steps in the order the library requires them to run.
+    static const std::vector<StepDefinition>& Steps();
+
     Pipeline(const CalibrationRequest& request, const FrameSeries& series, Progress& progress)
         : request(request), series(series), progress(progress) {}
 
     CalibrationOutputs Run();
 
 private:
-    using Body = std::function<std::string(StepReport&)>;
-
-    bool Wanted(Step step) const;
-    bool HasRows(Step step) const;
-    // The step that `step` waits for and that did not run, or "" when none.
-    std::string MissingDependency(Step step) const;
-    void RunStep(Step step, StepReport& report, const Body& body);
+    bool Wanted(const StepDefinition& step) const;
+    // The first requirement of `step` that is not met, as the report names it, or "".
+    std::string Missing(const StepDefinition& step) const;
+    const StepReport& ReportOf(const char* name) const;
+    void RunStep(const StepDefinition& step, StepReport& report);
+    // The merged map; without a merge, the last map made; null when the merge failed.
+    boost::shared_ptr<ReferenceDM> FinalMap() const;
 
     std::string StorePath(const std::string& name) const;
     void SaveStore(Reference& store, const std::string& name, StepReport& report);
@@ -143,6 +125,8 @@ private:
     std::string AutomaticDefect(StepReport& report);
     std::string Merge(StepReport& report);
     std::string GainPoly(StepReport& report, bool denoised);
+    std::string GainPolyPlain(StepReport& report) { return GainPoly(report, false); }
+    std::string GainPolyDenoised(StepReport& report) { return GainPoly(report, true); }
     std::string Clusters(StepReport& report);
     std::string EchoLines(StepReport& report);
     void FillImages(CalibrationOutputs& outputs) const;
@@ -150,7 +134,7 @@ private:
     const CalibrationRequest& request;
     const FrameSeries& series;
     Progress& progress;
-    std::array<StepReport, kStepCount> reports;
+    std::vector<StepReport> reports;  // one per step run so far, in the order of Steps()
 
     boost::shared_ptr<ReferenceOffsetSimple> offsetStore;
     boost::shared_ptr<ReferenceOffsetTimeGrid> gridStore;
@@ -158,86 +142,96 @@ private:
     boost::shared_ptr<ReferenceDM> gainDefectStore;  // dm-gain, which dm-auto extends
     // Defect maps made so far, by step name; dm-auto replaces dm-gain (it holds it).
     std::vector<std::pair<std::string, boost::shared_ptr<ReferenceDM>>> defectStores;
-    boost::shared_ptr<ReferenceDM> finalMap;
+    boost::shared_ptr<ReferenceDM> mergedMap;
     ImagePtr<float> flatBefore;
     ImagePtr<float> flatAfter;
 };
 
-bool Pipeline::Wanted(Step step) const {
-    const std::string& name = CalibrationStepNames()[step];
-    return request.only.empty() ||
-           std::find(request.only.begin(), request.only.end(), name) != request.only.end();
-}
-
-bool Pipeline::HasRows(Step step) const {
-    const std::string& key = request.model;
-    switch (step) {
-        // The dynamic offset's table is a single row for every model, its default row.
-        case kOffsetDynamic: return true;
-        case kOffsetTimeGrid: return HasOwnRow(s_OffsetTimeGridParametersSet, key);
-        case kGainLinear: return HasOwnRow(s_gainLinearParametersSet, key);
-        case kDm6: return HasOwnRow(s_defectMapParametersSet, key);
-        case kDmGain: return HasOwnRow(s_defectMapGainParametersSet, key);
-        case kDmDark: return HasOwnRow(s_DefectMapDarkParametersSet, key);
-        case kDmUntypical: return HasOwnRow(s_DefectMapUntypicalParametersSet, key);
-        case kDmAuto: return HasOwnRow(s_automaticDefectParametersSet, key);
+const std::vector<StepDefinition>& Pipeline::Steps() {
+    using Kind = Requirement::Kind;
+    static const std::vector<StepDefinition> steps{
+        // The dynamic offset's table is one default row, shared by every model.
+        {"offset-dynamic", nullptr, {}, &Pipeline::OffsetDynamic},
+        {"offset-time-grid", HasRowsIn<s_OffsetTimeGridParametersSet>, {}, &Pipeline::OffsetTimeGrid},
+        {"gain-linear", HasRowsIn<s_gainLinearParametersSet>, {{Kind::Ran, "offset-dynamic"}}, &Pipeline::GainLinear},
+        {"dm6", HasRowsIn<s_defectMapParametersSet>, {{Kind::Ran, "gain-linear"}}, &Pipeline::DefectMapDoses},
+        {"dm-gain", HasRowsIn<s_defectMapGainParametersSet>, {{Kind::Ran, "gain-linear"}},
+         &Pipeline::DefectMapGainStep},
+        {"dm-dark", HasRowsIn<s_DefectMapDarkParametersSet>, {}, &Pipeline::DefectMapDarkStep},
+        {"dm-untypical", HasRowsIn<s_DefectMapUntypicalParametersSet>, {}, &Pipeline::DefectMapUntypicalStep},
+        // dm-auto extends the gain map, or the last map made when dm-gain did not
+        // qualify; a dm-gain that was tried and failed leaves it nothing to extend.
+        {"dm-auto", HasRowsIn<s_automaticDefectParametersSet>, {{Kind::NotFailed, "dm-gain"}, {Kind::DefectMap}},
+         &Pipeline::AutomaticDefect},
         // A merge has no table: it merges whatever maps were made.
-        case kDmMerge: return true;
-        case kGainPoly:
-        case kGainPolyDenoised: return HasOwnRow(s_gainPolyParametersSet, key);
-        case kClusters: return HasOwnRow(s_clustersCalibrationParametersSet, key);
-        case kEchoLines: return HasOwnRow(s_EchoLineParametersSet, key);
-        case kStepCount: break;
-    }
-    return false;
+        {"dm-merge", nullptr, {{Kind::DefectMap}}, &Pipeline::Merge},
+        {"gain-poly", HasRowsIn<s_gainPolyParametersSet>, {{Kind::Ran, "gain-linear"}, {Kind::FinalMap}},
+         &Pipeline::GainPolyPlain},
+        {"gain-poly-denoised", HasRowsIn<s_gainPolyParametersSet>,
+         {{Kind::Ran, "gain-linear"}, {Kind::FinalMap}}, &Pipeline::GainPolyDenoised},
+        {"clusters", HasRowsIn<s_clustersCalibrationParametersSet>, {{Kind::Ran, "offset-time-grid"}},
+         &Pipeline::Clusters},
+        {"echo-lines", HasRowsIn<s_EchoLineParametersSet>, {{Kind::FinalMap}}, &Pipeline::EchoLines},
+    };
+    return steps;
 }
 
-std::string Pipeline::MissingDependency(Step step) const {
-    Step need = kStepCount;  // the step whose result this one reads, if any
-    bool needsMap = false;
-    switch (step) {
-        case kGainLinear: need = kOffsetDynamic; break;
-        case kDm6:
-        case kDmGain: need = kGainLinear; break;
-        case kDmAuto:
-            // dm-auto extends the gain map, or the last map made when dm-gain did not
-            // qualify; a dm-gain that was tried and failed leaves it nothing to extend.
-            if (reports[kDmGain].status == StepReport::Status::Failed) {
-                need = kDmGain;
-            } else if (defectStores.empty()) {
-                return "a defect map";
-            }
-            break;
-        case kGainPoly:
-        case kGainPolyDenoised: need = kGainLinear; needsMap = true; break;
-        case kClusters: need = kOffsetTimeGrid; break;
-        case kEchoLines: needsMap = true; break;
-        default: break;
+bool Pipeline::Wanted(const StepDefinition& step) const {
+    return request.only.empty() ||
+           std::find(request.only.begin(), request.only.end(), step.name) != request.only.end();
+}
+
+const StepReport& Pipeline::ReportOf(const char* name) const {
+    for (const StepReport& report : reports) {
+        if (report.name == name) {
+            return report;
+        }
     }
-    if (need != kStepCount && reports[need].status != StepReport::Status::Ran) {
-        return CalibrationStepNames()[need];
-    }
-    if (needsMap && !finalMap) {
-        // A failed merge leaves no final map; otherwise no defect step ran at all.
-        return reports[kDmMerge].status == StepReport::Status::Failed ? "dm-merge" : "a defect map";
-    }
-    if (step == kDmMerge && defectStores.empty()) {
-        return "a defect map";
+    throw std::logic_error(std::string("step ") + name + " is required before it runs");
+}
+
+std::string Pipeline::Missing(const StepDefinition& step) const {
+    for (const Requirement& need : step.needs) {
+        switch (need.kind) {
+            case Requirement::Kind::Ran:
+                if (ReportOf(need.step).status != StepReport::Status::Ran) return need.step;
+                break;
+            case Requirement::Kind::NotFailed:
+                if (ReportOf(need.step).status == StepReport::Status::Failed) return need.step;
+                break;
+            case Requirement::Kind::DefectMap:
+                if (defectStores.empty()) return "a defect map";
+                break;
+            case Requirement::Kind::FinalMap:
+                // A failed merge leaves no final map; otherwise no defect step ran at all.
+                if (!FinalMap()) {
+                    return ReportOf("dm-merge").status == StepReport::Status::Failed ? "dm-merge" : "a defect map";
+                }
+                break;
+        }
     }
     return "";
 }
 
-void Pipeline::RunStep(Step step, StepReport& report, const Body& body) {
-    report.name = CalibrationStepNames()[step];
+boost::shared_ptr<ReferenceDM> Pipeline::FinalMap() const {
+    const StepReport::Status merge = ReportOf("dm-merge").status;
+    if (merge != StepReport::Status::Skipped) {
+        return mergedMap;
+    }
+    return defectStores.empty() ? nullptr : defectStores.back().second;
+}
+
+void Pipeline::RunStep(const StepDefinition& step, StepReport& report) {
+    report.name = step.name;
     if (!Wanted(step)) {
         report.detail = "not requested";
         return;
     }
-    if (!HasRows(step)) {
+    if (step.hasRows != nullptr && !step.hasRows(request.model)) {
         report.detail = "no parameter rows for " + request.model;
         return;
     }
-    const std::string missing = MissingDependency(step);
+    const std::string missing = Missing(step);
     if (!missing.empty()) {
         report.detail = "needs " + missing;
         return;
@@ -245,7 +239,7 @@ void Pipeline::RunStep(Step step, StepReport& report, const Body& body) {
     progress.Stage(report.name);
     const auto start = std::chrono::steady_clock::now();
     try {
-        report.detail = body(report);
+        report.detail = (this->*step.body)(report);
         report.status = StepReport::Status::Ran;
     } catch (const std::exception& e) {
         report.status = StepReport::Status::Failed;
@@ -421,17 +415,9 @@ std::string Pipeline::GainLinear(StepReport& report) {
     SaveStore(*store, "gain-linear", report);
     gainStore = store;
 
-    // The check flat: the mean of the other dose, offset-subtracted in float.
-    const std::vector<std::string>& check = CheckDose();
-    auto mean = boost::make_shared<ImageAcquisition<float>>(series.width, series.height);
-    const ImageBuffer<unsigned short>& offset = *offsetStore->GetOffset()->GetBuffer();
-    for (const std::string& path : check) {
-        *mean->GetBuffer() += *Read(path)->GetBuffer() - offset;
-    }
-    *mean->GetBuffer() = *mean->GetBuffer() * (1.0f / static_cast<float>(check.size()));
-    flatBefore = mean;
-    flatAfter = CopyImage<float>(*mean);
-    CorrectionGainLinear(store).Correct(flatAfter);
+    const FlatCheck check = MakeFlatCheck(CheckDose(), *offsetStore->GetOffset(), store);
+    flatBefore = check.before;
+    flatAfter = check.after;
 
     const unsigned short* codes = store->GetGainLinear()->GetData();
     const int count = store->GetGainLinear()->GetPixelCount();
@@ -598,7 +584,7 @@ std::string Pipeline::Merge(StepReport& report) {
     merge.Clear();
     store->SetValid(true);
     SaveStore(*store, "defect-map", report);
-    finalMap = store;
+    mergedMap = store;
     return std::to_string(DefectCount(store)) + " defective pixels from " + names;
 }
 
@@ -607,7 +593,7 @@ std::string Pipeline::GainPoly(StepReport& report, bool denoised) {
     const std::string name = denoised ? "gain-poly-denoised" : "gain-poly";
     const int total = FlatFrameCount();
     auto store = boost::make_shared<ReferenceGainPoly>(series.width, series.height, 3, StorePath(name));
-    CalibrationGainPoly calibration(s_gainPolyParametersSet.lookup(request.model), store, gainStore, finalMap,
+    CalibrationGainPoly calibration(s_gainPolyParametersSet.lookup(request.model), store, gainStore, FinalMap(),
                                     static_cast<int>(series.doses.size()));
     calibration.Init();
     int done = 0;
@@ -646,7 +632,7 @@ std::string Pipeline::Clusters(StepReport& report) {
 
 std::string Pipeline::EchoLines(StepReport& report) {
     auto store = boost::make_shared<ReferenceEcholine>(StorePath("echo-lines"));
-    CalibrationEcholine calibration(s_EchoLineParametersSet.lookup(request.model), store, finalMap);
+    CalibrationEcholine calibration(s_EchoLineParametersSet.lookup(request.model), store, FinalMap());
     calibration.Init();
     calibration.CalculateEcholineReference();
     calibration.FillEcholineReference();
@@ -657,12 +643,10 @@ std::string Pipeline::EchoLines(StepReport& report) {
            " double echo lines";
 }
 
-// The images of the outputs, and the non-uniformity of the flat before and after the
-// gain over the good pixels (0 in the final map, a usable gain code) of the gain's
-// normalising area, or of the whole frame when that area is empty.
+// The images of the outputs, and the non-uniformity of the check flat before and
+// after the gain.
 void Pipeline::FillImages(CalibrationOutputs& outputs) const {
-    const int width = series.width;
-    const int height = series.height;
+    const boost::shared_ptr<ReferenceDM> finalMap = FinalMap();
     if (offsetStore) {
         outputs.offset = CopyImage<float>(*offsetStore->GetOffset());
     }
@@ -672,7 +656,7 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     if (!gainStore) {
         return;
     }
-    outputs.gain = boost::make_shared<ImageAcquisition<float>>(width, height);
+    outputs.gain = boost::make_shared<ImageAcquisition<float>>(series.width, series.height);
     gainStore->DeCompressImage(gainStore->GetGainLinear(), outputs.gain);
     if (gainStore->GetGainInversion()) {  // the response itself, not its reciprocal
         float* gain = outputs.gain->GetData();
@@ -683,62 +667,21 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     }
     outputs.flatBefore = flatBefore;
     outputs.flatAfter = flatAfter;
-
     const GainLinearParameters& record = s_gainLinearParametersSet.lookup(request.model);
-    int x0 = std::max(0, static_cast<int>(static_cast<std::uint16_t>(record.X0)));
-    int y0 = std::max(0, static_cast<int>(static_cast<std::uint16_t>(record.Y0)));
-    int x1 = std::min(width, x0 + static_cast<int>(static_cast<std::uint16_t>(record.Width)));
-    int y1 = std::min(height, y0 + static_cast<int>(static_cast<std::uint16_t>(record.Height)));
-    if (x1 <= x0 || y1 <= y0) {
-        x0 = 0;
-        y0 = 0;
-        x1 = width;
-        y1 = height;
-    }
-    const std::size_t room = static_cast<std::size_t>(x1 - x0) * static_cast<std::size_t>(y1 - y0);
-    std::vector<float> before;
-    std::vector<float> after;
-    before.reserve(room);
-    after.reserve(room);
-    const unsigned char* map = finalMap ? finalMap->GetDM()->GetData() : nullptr;
-    const unsigned short* codes = gainStore->GetGainLinear()->GetData();
-    const float* flat = flatBefore->GetData();
-    const float* corrected = flatAfter->GetData();
-    for (int y = y0; y < y1; ++y) {
-        const int row = y * width;
-        for (int i = row + x0; i < row + x1; ++i) {
-            if ((map == nullptr || map[i] == 0) && codes[i] != 0) {
-                before.push_back(flat[i]);
-                after.push_back(corrected[i]);
-            }
-        }
-    }
-    std::vector<float> scratch(before.size());
-    outputs.nonUniformityBefore = NonUniformity(before, scratch);
-    outputs.nonUniformityAfter = NonUniformity(after, scratch);
+    const ImageAcquisition<unsigned char>* defects = finalMap ? finalMap->GetDM().get() : nullptr;
+    const ImageAcquisition<unsigned short>& codes = *gainStore->GetGainLinear();
+    outputs.nonUniformityBefore = NonUniformity(*flatBefore, codes, defects, record);
+    outputs.nonUniformityAfter = NonUniformity(*flatAfter, codes, defects, record);
 }
 
 CalibrationOutputs Pipeline::Run() {
-    RunStep(kOffsetDynamic, reports[kOffsetDynamic], [this](StepReport& r) { return OffsetDynamic(r); });
-    RunStep(kOffsetTimeGrid, reports[kOffsetTimeGrid], [this](StepReport& r) { return OffsetTimeGrid(r); });
-    RunStep(kGainLinear, reports[kGainLinear], [this](StepReport& r) { return GainLinear(r); });
-    RunStep(kDm6, reports[kDm6], [this](StepReport& r) { return DefectMapDoses(r); });
-    RunStep(kDmGain, reports[kDmGain], [this](StepReport& r) { return DefectMapGainStep(r); });
-    RunStep(kDmDark, reports[kDmDark], [this](StepReport& r) { return DefectMapDarkStep(r); });
-    RunStep(kDmUntypical, reports[kDmUntypical], [this](StepReport& r) { return DefectMapUntypicalStep(r); });
-    RunStep(kDmAuto, reports[kDmAuto], [this](StepReport& r) { return AutomaticDefect(r); });
-    RunStep(kDmMerge, reports[kDmMerge], [this](StepReport& r) { return Merge(r); });
-    // Without a merge, the final map is the last one made.
-    if (!finalMap && reports[kDmMerge].status != StepReport::Status::Failed && !defectStores.empty()) {
-        finalMap = defectStores.back().second;
+    reports.reserve(Steps().size());
+    for (const StepDefinition& step : Steps()) {
+        reports.emplace_back();
+        RunStep(step, reports.back());
     }
-    RunStep(kGainPoly, reports[kGainPoly], [this](StepReport& r) { return GainPoly(r, false); });
-    RunStep(kGainPolyDenoised, reports[kGainPolyDenoised], [this](StepReport& r) { return GainPoly(r, true); });
-    RunStep(kClusters, reports[kClusters], [this](StepReport& r) { return Clusters(r); });
-    RunStep(kEchoLines, reports[kEchoLines], [this](StepReport& r) { return EchoLines(r); });
-
     CalibrationOutputs outputs;
-    outputs.steps.assign(reports.begin(), reports.end());
+    outputs.steps = reports;
     FillImages(outputs);
     return outputs;
 }
@@ -746,10 +689,13 @@ CalibrationOutputs Pipeline::Run() {
 }  // namespace
 
 const std::vector<std::string>& CalibrationStepNames() {
-    static const std::vector<std::string> names{
-        "offset-dynamic", "offset-time-grid", "gain-linear", "dm6",      "dm-gain",
-        "dm-dark",        "dm-untypical",     "dm-auto",     "dm-merge", "gain-poly",
-        "gain-poly-denoised", "clusters",     "echo-lines"};
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> list;
+        for (const StepDefinition& step : Pipeline::Steps()) {
+            list.emplace_back(step.name);
+        }
+        return list;
+    }();
     return names;
 }
 

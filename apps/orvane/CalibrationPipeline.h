@@ -75,9 +75,8 @@ CalibrationOutputs RunCalibrations(const CalibrationRequest& request, const Fram
 //   has no rows or was not requested (dm-auto.fxd), and replaces it in the merge.
 // - Every defect store is marked valid once written; without a merge, the final map is
 //   the last one made. The polynomial gains weigh every dose 1.
-// - Non-uniformity: over the gain's normalising area (the whole frame when it is
-//   empty), pixels good in the final map and with a usable gain code; 3-sigma robust
-//   mean and sigma.
+// - The check flat and its non-uniformity are measured as Evaluation.h describes
+//   (MakeFlatCheck, NonUniformity), over the pixels good in the final map.
 // - Stores are saved as <step>.fxd in the output folder (the merged map as
 //   defect-map.fxd).
 

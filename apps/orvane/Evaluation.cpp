@@ -1,7 +1,15 @@
 #include "apps/orvane/Evaluation.h"
 
+#include "apps/orvane/FrameFolder.h"
+#include "calibration/ImageStatistics.h"
+#include "interfaces/CorrectionGainLinear.h"
+
+#include <boost/make_shared.hpp>
+
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 #include <stdexcept>
@@ -63,6 +71,64 @@ void PrintPercent(std::ostream& out, const char* name, double fraction, const ch
 }
 
 }  // namespace
+
+FlatCheck MakeFlatCheck(const std::vector<std::string>& paths, const ImageAcquisition<unsigned short>& offset,
+                        const boost::shared_ptr<ReferenceGainLinear>& gain) {
+    if (paths.empty()) {
+        throw std::runtime_error("the series has no flat frames");
+    }
+    const int width = offset.GetWidth();
+    const int height = offset.GetHeight();
+    FlatCheck check;
+    check.before = boost::make_shared<ImageAcquisition<float>>(width, height);
+    for (const std::string& path : paths) {
+        *check.before->GetBuffer() += *ReadFrame(path, width, height)->GetBuffer() - *offset.GetBuffer();
+    }
+    *check.before->GetBuffer() = *check.before->GetBuffer() * (1.0f / static_cast<float>(paths.size()));
+    check.after = boost::make_shared<ImageAcquisition<float>>(width, height);
+    *check.after->GetBuffer() = *check.before->GetBuffer();
+    CorrectionGainLinear(gain).Correct(check.after);
+    return check;
+}
+
+double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition<unsigned short>& gainCodes,
+                     const ImageAcquisition<unsigned char>* defects, const GainLinearParameters& record) {
+    const int width = flat.GetWidth();
+    const int height = flat.GetHeight();
+    // The record's area as the calibration reads it: 16-bit fields, clipped to the frame.
+    int x0 = std::max(0, static_cast<int>(static_cast<std::uint16_t>(record.X0)));
+    int y0 = std::max(0, static_cast<int>(static_cast<std::uint16_t>(record.Y0)));
+    int x1 = std::min(width, x0 + static_cast<int>(static_cast<std::uint16_t>(record.Width)));
+    int y1 = std::min(height, y0 + static_cast<int>(static_cast<std::uint16_t>(record.Height)));
+    if (x1 <= x0 || y1 <= y0) {
+        x0 = 0;
+        y0 = 0;
+        x1 = width;
+        y1 = height;
+    }
+    std::vector<float> values;
+    values.reserve(static_cast<std::size_t>(x1 - x0) * static_cast<std::size_t>(y1 - y0));
+    const unsigned char* map = defects ? defects->GetData() : nullptr;
+    const unsigned short* codes = gainCodes.GetData();
+    const float* pixels = flat.GetData();
+    for (int y = y0; y < y1; ++y) {
+        const int row = y * width;
+        for (int i = row + x0; i < row + x1; ++i) {
+            if ((map == nullptr || map[i] == 0) && codes[i] != 0) {
+                values.push_back(pixels[i]);
+            }
+        }
+    }
+    if (values.empty()) {
+        return kNaN;
+    }
+    std::vector<float> scratch(values.size());
+    float mean = 0.0f;
+    float sigma = 0.0f;
+    ComputeGFAMeanAndSigma(values.data(), scratch.data(), static_cast<unsigned>(values.size()), 3, 0.001f,
+                           -std::numeric_limits<float>::max(), std::numeric_limits<float>::max(), mean, sigma);
+    return mean != 0.0f ? static_cast<double>(sigma) / mean : kNaN;
+}
 
 Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs) {
     if (!truth.defects) {

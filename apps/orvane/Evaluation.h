@@ -3,6 +3,8 @@
 
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/GroundTruth.h"
+#include "interfaces/ReferenceGainLinear.h"
+#include "parameters/GainLinearParameters.h"
 
 #include <ostream>
 #include <string>
@@ -28,6 +30,24 @@ struct Evaluation {
     double nonUniformityBefore = 0.0;    // from the run
     double nonUniformityAfter = 0.0;
 };
+
+// The flat that judges the linear gain: the mean of frames the gain was not measured
+// from, minus the offset, in float (before), and the same corrected by the gain (after).
+struct FlatCheck {
+    ImagePtr<float> before;
+    ImagePtr<float> after;
+};
+
+// The check flat of the frames at `paths` (each `offset`'s size).
+FlatCheck MakeFlatCheck(const std::vector<std::string>& paths, const ImageAcquisition<unsigned short>& offset,
+                        const boost::shared_ptr<ReferenceGainLinear>& gain);
+
+// Robust sigma / mean (3-sigma rejection) of `flat` over the good pixels of the gain's
+// normalising area in `record` (the whole frame when that area is empty): 0 in
+// `defects` when given, with a usable (non-zero) stored gain code. NaN when no pixel
+// qualifies or the mean is 0.
+double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition<unsigned short>& gainCodes,
+                     const ImageAcquisition<unsigned char>* defects, const GainLinearParameters& record);
 
 // Compares a run with the truth it was simulated from.
 Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs);
