@@ -151,20 +151,14 @@ ImagePtr<unsigned short> ReadFrame(const std::string& path, int width, int heigh
 }
 
 void WriteFrame(const std::string& path, const ImageAcquisition<unsigned short>& frame) {
-    const std::string part = path + ".part";
     try {
-        {
-            ImageFxdFileOut file(part);
-            boost::property_tree::ptree properties = frame.GetProperties();
-            file.SetProperties(properties, 0);
-            file.Open(frame.GetWidth(), frame.GetHeight(), kShortPixels, true);
-            file.WriteFrameData(frame.GetData(), kShortPixels, 0);
-            file.Close();
-        }
-        fs::rename(part, path);
+        ImageFxdFileOut file(path);
+        boost::property_tree::ptree properties = frame.GetProperties();
+        file.SetProperties(properties, 0);
+        file.Open(frame.GetWidth(), frame.GetHeight(), kShortPixels, true);
+        file.WriteFrameData(frame.GetData(), kShortPixels, 0);
+        file.Close();
     } catch (const std::exception& e) {
-        std::error_code ignored;
-        fs::remove(part, ignored);
         throw InputError(path, std::string("cannot be written: ") + e.what());
     }
 }

@@ -30,7 +30,8 @@ FrameSeries ScanFrameFolder(const std::string& dir);
 // is not width x height 16-bit.
 ImagePtr<unsigned short> ReadFrame(const std::string& path, int width, int height);
 
-// Writes one frame with its properties to `path` through a temporary name.
+// Writes one frame with its properties to `path` (in place: the commands write into a
+// staging folder, which a failure discards whole).
 void WriteFrame(const std::string& path, const ImageAcquisition<unsigned short>& frame);
 
 std::string DarkFileName(int index);             // "dark-007.fxd"

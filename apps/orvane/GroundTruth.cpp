@@ -28,35 +28,21 @@ namespace {
 const char* const kKindNames[kDefectKindCount] = {"none",   "hot",  "dead",         "noisy",         "cluster",
                                                   "line",   "column", "partial-line", "partial-column"};
 
-// Moves a completed temporary file into place; removes it when that fails.
-void Publish(const std::string& part, const std::string& path) {
-    std::error_code error;
-    fs::rename(part, path, error);
-    if (error) {
-        fs::remove(part, error);
-        throw InputError(path, "cannot be written: " + error.message());
-    }
-}
-
 template <typename T>
 void SaveImage(const std::string& path, const ImagePtr<T>& image, int width, int height) {
     if (!image || image->GetWidth() != width || image->GetHeight() != height) {
         throw std::invalid_argument("ground truth image for " + path + " is missing or not " + std::to_string(width) +
                                     " x " + std::to_string(height));
     }
-    const std::string part = path + ".part";
     const int type = orvane::detail::FxdPixelType<T>::code;
     try {
-        ImageFxdFileOut file(part);
+        ImageFxdFileOut file(path);
         file.Open(width, height, type, false);
         file.WriteFrameData(image->GetData(), type, 0);
         file.Close();
     } catch (const std::exception& e) {
-        std::error_code ignored;
-        fs::remove(part, ignored);
         throw InputError(path, std::string("cannot be written: ") + e.what());
     }
-    Publish(part, path);
 }
 
 template <typename T>
@@ -140,17 +126,12 @@ void SaveGroundTruth(const GroundTruth& truth, const std::string& dir) {
     SaveImage(folder + "/defects.fxd", truth.defects, truth.width, truth.height);
 
     const std::string path = folder + "/truth.json";
-    const std::string part = path + ".part";
-    {
-        std::ofstream out(part, std::ios::binary | std::ios::trunc);
-        out << TruthJson(truth);
-        out.close();
-        if (!out) {
-            fs::remove(part, error);
-            throw InputError(path, "cannot be written");
-        }
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << TruthJson(truth);
+    out.close();
+    if (!out) {
+        throw InputError(path, "cannot be written");
     }
-    Publish(part, path);
 }
 
 GroundTruth LoadGroundTruth(const std::string& dir) {

@@ -40,8 +40,8 @@ struct GroundTruth {
     std::vector<ROI> clusters;              // bounding boxes of the planted clumps
 };
 
-// Writes `<dir>/truth/` (offset.fxd, gain.fxd, defects.fxd, truth.json); each file goes
-// to a temporary name first and is renamed when complete.
+// Writes `<dir>/truth/` (offset.fxd, gain.fxd, defects.fxd, truth.json) in place: the
+// commands write into a staging folder, which a failure discards whole.
 void SaveGroundTruth(const GroundTruth& truth, const std::string& dir);
 // Reads it back; InputError naming the file for anything missing or malformed.
 GroundTruth LoadGroundTruth(const std::string& dir);

@@ -84,11 +84,10 @@ bool WritePngStream(std::FILE* file, const GreyPicture& picture, PngErrorSink& s
     return true;
 }
 
-// Writes `<path>.part` and renames it to `path`; std::runtime_error naming the path
-// on failure, with no partial file left.
+// Writes `path`; std::runtime_error naming the path on failure. The commands write
+// into a staging folder, which a failure discards whole.
 void SavePicture(const std::string& path, const GreyPicture& picture) {
-    const std::string part = path + ".part";
-    std::FILE* file = std::fopen(part.c_str(), "wb");
+    std::FILE* file = std::fopen(path.c_str(), "wb");
     if (!file) {
         throw std::runtime_error(path + ": cannot create file: " + std::strerror(errno));
     }
@@ -102,13 +101,7 @@ void SavePicture(const std::string& path, const GreyPicture& picture) {
         ok = false;
         std::snprintf(sink.message, sizeof sink.message, "write error: %s", std::strerror(errno));
     }
-    if (ok && std::rename(part.c_str(), path.c_str()) != 0) {
-        ok = false;
-        std::snprintf(sink.message, sizeof sink.message, "cannot rename the finished file: %s",
-                      std::strerror(errno));
-    }
     if (!ok) {
-        std::remove(part.c_str());
         throw std::runtime_error(path + ": cannot write PNG: " + sink.message);
     }
 }

@@ -35,25 +35,14 @@ const char* StatusName(StepReport::Status status) {
     return "unknown";
 }
 
-// Writes `content` to `<path>.part`, then renames it to `path`.
 void WriteTextFile(const std::string& path, const std::string& content) {
-    const std::string part = path + ".part";
-    {
-        std::ofstream file(part, std::ios::binary | std::ios::trunc);
-        if (file) {
-            file.write(content.data(), static_cast<std::streamsize>(content.size()));
-            file.close();
-        }
-        if (!file) {
-            std::remove(part.c_str());
-            throw std::runtime_error(path + ": cannot write file");
-        }
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    if (file) {
+        file.write(content.data(), static_cast<std::streamsize>(content.size()));
+        file.close();
     }
-    std::error_code error;
-    fs::rename(part, path, error);
-    if (error) {
-        std::remove(part.c_str());
-        throw std::runtime_error(path + ": cannot rename the finished file: " + error.message());
+    if (!file) {
+        throw std::runtime_error(path + ": cannot write file");
     }
 }
 

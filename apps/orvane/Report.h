@@ -13,7 +13,8 @@ namespace app {
 // pictures, and the comparison when `evaluation` is given), the pictures as PNG files
 // (defect-map.png, gain.png, offset.png, flat-before.png, flat-after.png; each one only
 // when its image exists), and summary.json (model, steps, non-uniformity, and the
-// comparison when given). Every file goes to a temporary name first and is renamed.
+// comparison when given). Files are written in place: the commands write into a
+// staging folder, which a failure discards whole.
 void WriteReport(const std::string& dir, const std::string& model, const CalibrationOutputs& outputs,
                  const Evaluation* evaluation);
 
