@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 using namespace orvane::test;
 
@@ -163,34 +162,13 @@ TEST(CalibrationGainPoly, WeightedFitOfEveryPixel) {
     EXPECT_EQ(0.0f, back->GetData()[zero]);
 }
 
-TEST(CalibrationGainPoly, FailuresOfTheFitAndWhichOfThemReachTheHost) {
-    GainPolyParameters p = Parameters();
-    p.MeasureAreas.push_back(ROI(1, 3, 2, 2));  // leaves the 4 x 2 panel
-    PolyFixture invalid(4, 2, 1), fewer(4, 2, 2), none(4, 2, 0), offPanel(4, 2, 1, p);
-    for (PolyFixture* f : {&invalid, &fewer, &offPanel}) f->Dose(100);
-    invalid.dm->SetValid(false);
-    const std::string prefix = "CalibrationGainPoly: _CalculateGainWithoutDenoise failed";
-    EXPECT_TRUE(FailsLogging<CalibrationException>(prefix + " due to invalid DM reference",
-                                                   [&] { invalid.calibration.CalculateGainReference(); }));
-    EXPECT_TRUE(FailsLogging<CalibrationException>(prefix + " due to wrong number of acquistion",
-                                                   [&] { fewer.calibration.CalculateGainReference(); }));
-    // Failures inside the fit are only logged, the area's with its text; the missing
-    // coefficient images then stop the compression.
-    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + prefix + " : calibration/",
-                                                [&] { offPanel.calibration.CalculateGainReference(); }));
-    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + prefix + "\n",
-                                                [&] { none.calibration.CalculateGainReference(); }));
-}
-
 TEST(CalibrationGainPoly, InvertMatrixWithoutPivotSearch) {
     PolyFixture f(2, 1, 1);
-    float rows[3][3] = {{4, 7, 2}, {3, 6, 1}, {2, 5, 3}};         // determinant 9
-    float permutation[3][3] = {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}};  // invertible, but the first pivot is 0
-    float notFinite[3][3] = {{1, 0, 0}, {0, std::numeric_limits<float>::quiet_NaN(), 0}, {0, 0, 1}};
-    float *m[3] = {rows[0], rows[1], rows[2]}, *q[3] = {permutation[0], permutation[1], permutation[2]},
-          *z[3] = {notFinite[0], notFinite[1], notFinite[2]};
-    EXPECT_FALSE(f.inspect.Invert(q));
-    EXPECT_FALSE(f.inspect.Invert(z));
+    float rows[3][3] = {{4, 7, 2}, {3, 6, 1}, {2, 5, 3}};           // determinant 9
+    float swap[3][3] = {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}};           // invertible, but the first pivot is 0
+    float nan[3][3] = {{1, 0, 0}, {0, std::nanf(""), 0}, {0, 0, 1}};  // not finite
+    float *m[3] = {rows[0], rows[1], rows[2]}, *q[3] = {swap[0], swap[1], swap[2]}, *z[3] = {nan[0], nan[1], nan[2]};
+    EXPECT_FALSE(f.inspect.Invert(q) || f.inspect.Invert(z));
     ASSERT_TRUE(f.inspect.Invert(m));
     const double inverse[3][3] = {{13, -11, -5}, {-7, 8, 2}, {3, -6, 3}};  // times 1/9
     for (int r = 0; r < 3; ++r)
@@ -299,16 +277,29 @@ TEST(CalibrationGainPolyDenoise, DenoisedReferenceFoldsTheLinearGainBack) {
     ExpectFit({1.0, 0.0, 0.0}, f, 0);
 }
 
-TEST(CalibrationGainPolyDenoise, FailuresOfTheDenoisedRoad) {
-    GainPolyParameters p = Parameters();
-    p.DenoiseAreas = {ROI(1, 2, 2, 3)};  // leaves the 4 x 2 panel
-    PolyFixture empty(4, 2, 1), missing(4, 2, 2), off(4, 2, 1, p);
-    missing.Dose(100);
-    off.Dose(100);
-    const std::string prefix = "CalibrationGainPoly: _DenoisingCalibrationImage failed";
-    EXPECT_TRUE(FailsLogging<CalibrationException>(prefix + " due to empty calibration stack",
+TEST(CalibrationGainPoly, FailuresOfBothRoadsAndWhichOfThemReachTheHost) {
+    GainPolyParameters offMeasure = Parameters(), offDenoise = Parameters();
+    offMeasure.MeasureAreas.push_back(ROI(1, 3, 2, 2));  // leaves the 4 x 2 panel
+    offDenoise.DenoiseAreas = {ROI(1, 2, 2, 3)};         // leaves it too
+    PolyFixture invalid(4, 2, 1), fewer(4, 2, 2), none(4, 2, 0), offPanel(4, 2, 1, offMeasure), empty(4, 2, 1),
+        missing(4, 2, 2), off(4, 2, 1, offDenoise);
+    for (PolyFixture* f : {&invalid, &fewer, &offPanel, &missing, &off}) f->Dose(100);
+    invalid.dm->SetValid(false);
+    const std::string fit = "CalibrationGainPoly: _CalculateGainWithoutDenoise failed";
+    EXPECT_TRUE(FailsLogging<CalibrationException>(fit + " due to invalid DM reference",
+                                                   [&] { invalid.calibration.CalculateGainReference(); }));
+    EXPECT_TRUE(FailsLogging<CalibrationException>(fit + " due to wrong number of acquistion",
+                                                   [&] { fewer.calibration.CalculateGainReference(); }));
+    // Failures inside the fit are only logged, the area's with its text; the missing
+    // coefficient images then stop the compression.
+    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + fit + " : calibration/",
+                                                [&] { offPanel.calibration.CalculateGainReference(); }));
+    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + fit + "\n", [&] { none.calibration.CalculateGainReference(); }));
+
+    const std::string denoise = "CalibrationGainPoly: _DenoisingCalibrationImage failed";
+    EXPECT_TRUE(FailsLogging<CalibrationException>(denoise + " due to empty calibration stack",
                                                    [&] { empty.calibration.CalculateDenoisedGainReference(); }));
-    EXPECT_TRUE(FailsLogging<CalibrationException>("E " + prefix + "\n",  // logged; then the fit fails
+    EXPECT_TRUE(FailsLogging<CalibrationException>("E " + denoise + "\n",  // logged; then the fit fails
                                                    [&] { missing.calibration.CalculateDenoisedGainReference(); }));
     EXPECT_TRUE(FailsLogging<CalibrationException>("CalibrationGainPoly: _ExtractingUsedArea failed because the area "
                                                    "leaves the image",
