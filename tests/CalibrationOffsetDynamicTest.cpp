@@ -65,28 +65,6 @@ TEST(CalibrationOffsetDynamic, MeanOfTheSeriesRoundedHalfUpWithTheLastFramesProp
     EXPECT_EQ(Values({5, 6, 1}), f.Offset());
 }
 
-TEST(CalibrationOffsetDynamic, FailuresCarryTheirMessages) {
-    OffsetDynamicFixture f(5, 1);
-    LogCapture log;
-    EXPECT_EQ("CalibrationOffsetBase: AccumulateOffset failed",
-              FailureText([&] { f.calibration.AccumulateOffset(MakeImage<unsigned short>(5, 1)); }));
-    EXPECT_NE(std::string::npos, log.lines.at(0).find("AccumulateOffset failed because Init has not run"));
-    EXPECT_EQ("CalibrationOffsetDynamic: UpdateSingleOffsetRef failed",
-              FailureText([&] { f.calibration.UpdateSingleOffsetRef(Frame()); }));
-    f.calibration.Init();
-    EXPECT_EQ("CalibrationOffsetDynamic::CalculateOffsetReference failed due uncorrect number of images",
-              FailureText([&] { f.calibration.CalculateOffsetReference({}); }));
-    log.lines.clear();
-    EXPECT_EQ("CalibrationOffsetDynamic: DivideAccumulationAndUpdate failed",
-              FailureText([&] { f.calibration.DivideAccumulationAndUpdate(); }));
-    // The chain: info line, the inner reason, the base's message, then the outer one.
-    ASSERT_EQ(4u, log.lines.size());
-    EXPECT_EQ("I CalibrationOffsetDynamic: DivideAccumulationAndUpdate\n", log.lines[0]);
-    EXPECT_NE(std::string::npos, log.lines[1].find("failed because no series is open\n"));
-    EXPECT_NE(std::string::npos, log.lines[2].find("CalibrationOffsetBase: DivideAccumulationAndUpdate failed\n"));
-    EXPECT_NE(std::string::npos, log.lines[3].find("CalibrationOffsetDynamic: DivideAccumulationAndUpdate failed\n"));
-}
-
 // Each product is rounded to float, and the sum truncated toward zero.
 TEST(CalibrationOffsetDynamic, BlendOfTheFrameIntoTheOffset) {
     OffsetDynamicFixture f(4, 1);
@@ -111,21 +89,38 @@ TEST(CalibrationOffsetDynamic, BlendOfTheFrameIntoTheOffset) {
     EXPECT_EQ(static_cast<unsigned short>(sum), g.store->GetOffset()->GetData()[0]);
 }
 
-TEST(CalibrationOffsetDynamic, PoolAccountFollowsTheLifecycle) {
+TEST(CalibrationOffsetDynamic, PoolAccountFollowsTheLifecycleFailuresCarryTheirMessages) {
     OffsetDynamicFixture f(7, 3);
     f.calibration.Clear();  // never initialised: nothing happens
+    LogCapture log;
+    EXPECT_EQ("CalibrationOffsetBase: AccumulateOffset failed",
+              FailureText([&] { f.calibration.AccumulateOffset(MakeImage<unsigned short>(7, 3)); }));
+    EXPECT_NE(std::string::npos, log.lines.at(0).find("AccumulateOffset failed because Init has not run"));
+    EXPECT_EQ("CalibrationOffsetDynamic: UpdateSingleOffsetRef failed",
+              FailureText([&] { f.calibration.UpdateSingleOffsetRef(Frame()); }));
     f.calibration.Init();
     f.calibration.Init();
     ImageCollector<float>* pool = f.Pool();
     ASSERT_NE(nullptr, pool);
     EXPECT_EQ(1u, pool->GetPool().size());
     EXPECT_EQ(1u, pool->GetCollections().size());
+    EXPECT_EQ("CalibrationOffsetDynamic::CalculateOffsetReference failed due uncorrect number of images",
+              FailureText([&] { f.calibration.CalculateOffsetReference({}); }));
+    log.lines.clear();
+    EXPECT_EQ("CalibrationOffsetDynamic: DivideAccumulationAndUpdate failed",
+              FailureText([&] { f.calibration.DivideAccumulationAndUpdate(); }));
+    // The chain: info line, the inner reason, the base's message, then the outer one.
+    ASSERT_EQ(4u, log.lines.size());
+    EXPECT_EQ("I CalibrationOffsetDynamic: DivideAccumulationAndUpdate\n", log.lines[0]);
+    EXPECT_NE(std::string::npos, log.lines[1].find("failed because no series is open\n"));
+    EXPECT_NE(std::string::npos, log.lines[2].find("CalibrationOffsetBase: DivideAccumulationAndUpdate failed\n"));
+    EXPECT_NE(std::string::npos, log.lines[3].find("CalibrationOffsetDynamic: DivideAccumulationAndUpdate failed\n"));
+
     f.calibration.AccumulateOffset(MakeImage<unsigned short>(7, 3));
     EXPECT_EQ(1u, pool->GetInUse().size());
     f.calibration.DeleteAccumulation();
     f.calibration.DeleteAccumulation();
     EXPECT_TRUE(pool->GetInUse().empty());
-
     f.calibration.AccumulateOffset(MakeImage<unsigned short>(7, 3));
     f.calibration.Clear();  // ends the open series and the account
     EXPECT_TRUE(pool->GetInUse().empty());
