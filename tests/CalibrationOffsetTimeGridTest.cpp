@@ -119,40 +119,36 @@ TEST(CalibrationOffsetTimeGrid, FailuresCarryTheirMessagesAndLeaveTheEntryAsItWa
     EXPECT_THROW(unknown.calibration.UpdateSingleOffsetRef(0, MakeFrame(34, 1, 0, 30.0f), false), CalibrationException);
 }
 
-TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTime) {
-    ReferenceOffsetTimeGrid grid(3, 2, {0, 60, 600});
-    EXPECT_EQ(3, grid.GetNbReferences());
-    EXPECT_EQ(grid.GetAt(1), grid.Get(60));
-    EXPECT_NE(grid.GetAt(0), grid.GetStandbyOffset());
-    EXPECT_EQ(6, grid.GetAt(2)->GetPixelCount());
-    EXPECT_THROW(grid.GetAt(3), ReferenceException);
-    EXPECT_THROW(grid.GetAt(-1), ReferenceException);
-    EXPECT_THROW(grid.Get(61), ReferenceException);
+TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTimeSavedGridLoadsBackAndAnotherGridRefusesIt) {
     EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {}), ReferenceException);
     EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {0, 60, 0}), ReferenceException);
-}
-
-TEST(ReferenceOffsetTimeGrid, SavedGridLoadsBackAndAnotherGridRefusesIt) {
     ScratchDirectory scratch;
-    ReferenceOffsetTimeGrid saved(2, 1, {0, 60}, "grid.fxd");
+    ReferenceOffsetTimeGrid saved(3, 1, {0, 60}, "grid.fxd");
+    EXPECT_EQ(2, saved.GetNbReferences());
+    EXPECT_EQ(saved.GetAt(1), saved.Get(60));
+    EXPECT_NE(saved.GetAt(0), saved.GetStandbyOffset());
+    EXPECT_EQ(3, saved.GetAt(1)->GetPixelCount());
+    EXPECT_THROW(saved.GetAt(2), ReferenceException);
+    EXPECT_THROW(saved.GetAt(-1), ReferenceException);
+    EXPECT_THROW(saved.Get(61), ReferenceException);
     saved.Get(60)->GetData()[1] = 4321;
     saved.Get(60)->SetProperty("image.time", 77);
     saved.GetStandbyOffset()->GetData()[0] = 99;
     saved.SetValid(true);
     saved.Save();
 
-    ReferenceOffsetTimeGrid loaded(2, 1, {0, 60}, "grid.fxd");
+    ReferenceOffsetTimeGrid loaded(3, 1, {0, 60}, "grid.fxd");
     const ImagePtr<unsigned short> live = loaded.Get(60);
     loaded.Load();
     EXPECT_EQ(live, loaded.Get(60));
-    EXPECT_EQ(std::vector<unsigned short>({0, 4321}), Pixels(live));
+    EXPECT_EQ(std::vector<unsigned short>({0, 4321, 0}), Pixels(live));
     EXPECT_EQ(77, live->GetProperty<int>("image.time"));
-    EXPECT_EQ(std::vector<unsigned short>({99, 0}), Pixels(loaded.GetStandbyOffset()));
+    EXPECT_EQ(std::vector<unsigned short>({99, 0, 0}), Pixels(loaded.GetStandbyOffset()));
     EXPECT_TRUE(loaded.IsValid());
 
-    ReferenceOffsetTimeGrid other(2, 1, {0, 120}, "grid.fxd");
+    ReferenceOffsetTimeGrid other(3, 1, {0, 120}, "grid.fxd");
     other.GetAt(0)->GetData()[0] = 5;
     EXPECT_THROW(other.Load(), ReferenceException);
-    EXPECT_EQ(std::vector<unsigned short>({5, 0}), Pixels(other.GetAt(0)));
+    EXPECT_EQ(std::vector<unsigned short>({5, 0, 0}), Pixels(other.GetAt(0)));
     EXPECT_FALSE(other.IsValid());
 }
