@@ -219,10 +219,11 @@ TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifiesAndSavesDebugI
     Frame frame = Flat({{30, 30, 3}});
     for (int x = 10; x < 50; ++x)  // 40 defects in row 15
         frame->GetData()[15 * W + x] = static_cast<unsigned short>(3 * K(x, 15));
-    frame->SetProperty("image.time", 42);
+    frame->SetProperty("image.time", 41);
     auto option = std::make_unique<SaveOption>();
     f.calibration.DefectMap6({frame, frame});
-    f.calibration.StoreAndCorrect(frame);  // the same dose from a ready mean image
+    frame->SetProperty("image.time", 42);
+    f.calibration.StoreAndCorrect(frame);  // the same dose from a ready mean image, with its properties
     f.calibration.DefectMap6();
     f.calibration.UpdateDefectMapReference();
     option.reset();
