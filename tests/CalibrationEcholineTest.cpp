@@ -54,12 +54,6 @@ struct EcholineFixture {
     CalibrationEcholine calibration;
 };
 
-// The Birch row on a map of height 3121, wide enough for its area (columns 60..3060).
-struct BirchFixture : EcholineFixture {
-    BirchFixture() : EcholineFixture(s_EchoLineParametersSet.lookup("Birch"), 3061, 3121) {}
-    void MarkWholeLine(int row) { Mark(row, 60, 3001); }
-};
-
 }  // namespace
 
 TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLine) {
@@ -88,8 +82,8 @@ TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLi
 // 1000, 1003, then 2119 -> 3121 - 2119 - 1 = 1001 and 2120 -> 1000 again; row 1560
 // is skipped. The stretches beside the middle column are scanned apart.
 TEST(CalibrationEcholine, StretchesBesideTheMiddleColumnAreScannedApartRowsFromTheMiddleOnMirrored) {
-    BirchFixture f;
-    for (int row : {1000, 1003, 1560, 2119, 2120}) f.MarkWholeLine(row);
+    EcholineFixture f(s_EchoLineParametersSet.lookup("Birch"), 3061, 3121);  // the area is columns 60..3060
+    for (int row : {1000, 1003, 1560, 2119, 2120}) f.Mark(row, 60, 3001);
     f.Mark(1100, 1540, 41);  // 20 left of column 1560, 1560 itself, 20 right of it
     f.Mark(1110, 1561, 30);
     f.Mark(1120, 1530, 30);  // ends at 1559
