@@ -34,14 +34,6 @@ struct TimeGridFixture {
         calibration.DivideAccumulationAndUpdate(deltaTime);
     }
 
-    // The share c of a frame of value 10000 blended into the zero entry of delta
-    // time 0 with the given distances: the result is trunc((float)(10000 * c)).
-    float Share(float deltaTemperature, long long timeDifference) {
-        StoreEntry(0);
-        calibration.UpdateSingleOffsetRef(0, MakeFrame(width, 10000, timeDifference, 30.0f + deltaTemperature), false);
-        return store->Get(0)->GetData()[0] / 10000.0f;
-    }
-
     int width;
     boost::shared_ptr<ReferenceOffsetTimeGrid> store;
     CalibrationOffsetTimeGrid calibration;
@@ -49,6 +41,8 @@ struct TimeGridFixture {
 
 }  // namespace
 
+// The share c of a frame of value 10000 blended into a zero entry at the given
+// distances: the result is trunc((float)(10000 * c)).
 TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
     struct Case { float deltaTemperature; long long timeDifference; float share; };
     // Time differences are in "image.time" units; the classes count steps of 60.
@@ -59,7 +53,9 @@ TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
                           {0.0f, 21 * 60 - 1, 0.1f}};
     TimeGridFixture f(11);
     for (const Case& c : cases) {
-        EXPECT_FLOAT_EQ(c.share, f.Share(c.deltaTemperature, c.timeDifference))
+        f.StoreEntry(0);
+        f.calibration.UpdateSingleOffsetRef(0, MakeFrame(11, 10000, c.timeDifference, 30.0f + c.deltaTemperature), false);
+        EXPECT_FLOAT_EQ(c.share, f.store->Get(0)->GetData()[0] / 10000.0f)
             << "dT " << c.deltaTemperature << " dt " << c.timeDifference;
     }
 }
