@@ -25,16 +25,6 @@ using Change = std::function<int(int x, int y)>;
 
 constexpr int kWidth = 30;
 
-// Strips of P = 9 columns, short windows.
-CalibrationClustersParameters SmallRecord() {
-    CalibrationClustersParameters p;
-    p.PatchMargin = 3;
-    p.MedianSize = 5;
-    p.AverageSize = 3;
-    p.Threshold = 60.0f;
-    return p;
-}
-
 // An upper stripe over columns 8..17, rows 0..9, and a lower one over columns 14..29
 // from the middle row (height - 1) / 2, which the upper search must not visit, to the
 // end; each 300 and more. The opening and closing keep such stripes; the neighbour
@@ -104,7 +94,7 @@ struct ClustersFixture {
 
     int height;
     Change change;
-    CalibrationClustersParameters parameters = SmallRecord();
+    CalibrationClustersParameters parameters{3, 5, 3, 60.0f};  // margin, median, average, threshold: strips of 9
     boost::shared_ptr<ReferenceOffsetTimeGrid> grid;
     boost::shared_ptr<ReferenceClusters> store;
     CalibrationClusters calibration;
