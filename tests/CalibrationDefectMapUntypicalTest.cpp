@@ -16,12 +16,10 @@ constexpr int W = 64;
 constexpr int H = 48;
 
 // An 11 x 11 window; QuantLevels one above the largest pixel of the area gives the
-// slope 1 and offset 0, so that the high-pass leaves exactly p - median.
+// slope 1 and offset 0, so that the high-pass leaves exactly p - median. Statistic
+// of 3 sigmas / 5 %, band of 10 sigmas.
 DefectMapUntypicalParameters Untypical(int levels, ROI area = ROI(0, 0, H, W)) {
-    DefectMapUntypicalParameters p;
-    p.Area = area, p.MedianWidth = 11, p.MedianHeight = 11, p.QuantLevels = levels;
-    p.GfaSigmas = 3, p.GfaTolerance = 0.05f, p.ExcludeSigmas = 10;
-    return p;
+    return DefectMapUntypicalParameters{area, 11, 11, levels, 3, 0.05f, 10};
 }
 
 // `background` but at the planted pixels. With `ripple`, the background pixels, taken
