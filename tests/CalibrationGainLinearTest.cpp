@@ -127,11 +127,7 @@ TEST(CalibrationGain, LevelsTheirMeanAndNormalizing) {
 }
 
 TEST(CalibrationGainLinear, GainIsNormalisedClippedInvertedAndOneOutsideTheArea) {
-    struct Case {
-        int x, y;
-        unsigned short value;
-        double gain, inverted;
-    };
+    struct Case { int x, y; unsigned short value; double gain, inverted; };
     const double top = 65535 / 16384.0;  // the store's highest gain
     const std::vector<Case> cases{
         {8, 2, 2000, 2.0, 0.5}, {8, 3, 10000, top, 0.25}, {8, 4, 0, 0.25, top}, {8, 5, 1250, 1.25, 0.8},
