@@ -57,7 +57,7 @@ struct AutoFixture {
     CalibrationAutomaticDefect calibration;
 };
 
-TEST(CalibrationAutomaticDefect, MinHitsIsCappedByThePairsSoFar) {
+TEST(CalibrationAutomaticDefect, OnlyNewPixelsBeyondAThresholdInMinHitsPairsAreAddedAndCounted) {
     for (const int pairs : {3, 6}) {  // MinHits 5: after 3 pairs 3 hits suffice, after 6 5 are needed
         AutoFixture f(Parameters(5));
         const int needed = std::min(pairs, 5);
@@ -66,9 +66,6 @@ TEST(CalibrationAutomaticDefect, MinHitsIsCappedByThePairsSoFar) {
         EXPECT_EQ(f.At(2, 2), 1);
         EXPECT_EQ(f.Defects(), 1) << pairs;
     }
-}
-
-TEST(CalibrationAutomaticDefect, OnlyNewPixelsBeyondAThresholdAreAddedAndCounted) {
     AutoFixture f(Parameters());
     f.At(2, 2) = 17;  // already in the map: reclassified as isolated defects, not counted
     f.At(8, 6) = 3;
@@ -102,8 +99,8 @@ TEST(CalibrationAutomaticDefect, WindowIsReflectedInsideTheAreaAtEveryEdge) {
                 std::vector<float> window;
                 for (int dr = -k / 2; dr <= k / 2; ++dr)
                     for (int dc = -k / 2; dc <= k / 2; ++dc)
-                        window.push_back(diff((area.top + mirror(r + dr, area.height)) * width +
-                                                  area.left + mirror(c + dc, area.width)));
+                        window.push_back(diff((area.top + mirror(r + dr, area.height)) * width + area.left +
+                                              mirror(c + dc, area.width)));
                 std::sort(window.begin(), window.end());
                 const int at = (area.top + r) * width + area.left + c;
                 const float d = diff(at) - window[window.size() / 2];

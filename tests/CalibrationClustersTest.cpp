@@ -25,25 +25,13 @@ using Change = std::function<int(int x, int y)>;
 
 constexpr int kWidth = 30;
 
-// Strips of P = 9 columns, short windows.
-CalibrationClustersParameters SmallRecord() {
-    CalibrationClustersParameters p;
-    p.PatchMargin = 3;
-    p.MedianSize = 5;
-    p.AverageSize = 3;
-    p.Threshold = 60.0f;
-    return p;
-}
-
-// An upper stripe over columns 8..17, rows 0..9, and a lower one over columns
-// 14..29 from the middle row m = (height - 1) / 2 (which the upper search must not
-// visit) to the end; each 300 and more, varying by row. A stripe at least 7 columns
-// wide and 200 + Threshold high keeps its columns through the opening and closing;
-// the neighbour erosion drops its first and last column, but not one at the frame's
-// edge. So the mask holds columns 9..16 above and 15..29 below, and the search (x
-// from 4 while x < 26) finds (9..16, 0) and (15..25, last row). Columns 5 and 20
-// carry single-column changes that the opening removes; they are border columns of
-// the strips at x = 9 and x = 16 and test the saturation.
+// An upper stripe over columns 8..17, rows 0..9, and a lower one over columns 14..29
+// from the middle row (height - 1) / 2, which the upper search must not visit, to the
+// end; each 300 and more. The opening and closing keep such stripes; the neighbour
+// erosion drops their first and last column, but not one at the frame's edge. So the
+// search (x from 4 while x < 26) finds (9..16, 0) and (15..25, last row). Columns 5
+// and 20 carry single-column changes that the opening removes; they are border
+// columns of the strips at x = 9 and x = 16 and test the saturation.
 int Stripes(int x, int y, int height) {
     if (y < 10 && x == 5) return y < 5 ? -1000 : -999;
     if (y < 10 && x == 20) return y < 5 ? 64535 : 64534;
@@ -57,8 +45,8 @@ int Base(int x, int y) {
 }
 
 struct ClustersFixture {
-    ClustersFixture(int height, const Change& change, std::vector<int> deltaTimes = {0, 10, 20})
-        : height(height), change(change),
+    explicit ClustersFixture(int height, const Change& stripes = nullptr, std::vector<int> deltaTimes = {0, 10, 20})
+        : height(height), change(stripes ? stripes : [height](int x, int y) { return Stripes(x, y, height); }),
           grid(boost::make_shared<ReferenceOffsetTimeGrid>(kWidth, height, deltaTimes)),
           store(boost::make_shared<ReferenceClusters>()),
           calibration(parameters, store, grid) {
@@ -106,88 +94,50 @@ struct ClustersFixture {
 
     int height;
     Change change;
-    CalibrationClustersParameters parameters = SmallRecord();
+    CalibrationClustersParameters parameters{3, 5, 3, 60.0f};  // margin, median, average, threshold: strips of 9
     boost::shared_ptr<ReferenceOffsetTimeGrid> grid;
     boost::shared_ptr<ReferenceClusters> store;
     CalibrationClusters calibration;
 };
 
-std::vector<Coordinates> StripePlaces(int lastRow) {
-    std::vector<Coordinates> places;
-    for (int x = 9; x < 26; ++x) {
-        if (x <= 16) places.push_back({x, 0});
-        if (x >= 15) places.push_back({x, lastRow});
-    }
-    return places;
-}
-
-Change StripesOf(int height) {
-    return [height](int x, int y) { return Stripes(x, y, height); };
-}
-
-// Runs the calibration on the stripes and checks every cluster against the plain
-// computation; gives the clusters by place.
-std::map<std::pair<int, int>, std::vector<unsigned short>> RunOnStripes(ClustersFixture& f) {
-    f.calibration.Init();
-    f.calibration.CalculateClustersReference();
-    std::vector<Coordinates> places;
-    std::map<std::pair<int, int>, std::vector<unsigned short>> clusters;
-    for (const auto& cluster : f.store->GetClusters()) {
-        const Coordinates place{cluster->GetProperty<int>("image.pixelcluster.pos.x"),
-                                cluster->GetProperty<int>("image.pixelcluster.pos.y")};
-        SCOPED_TRACE(testing::Message() << "place " << place.x << ", " << place.y);
-        EXPECT_EQ(f.height / 2 * 9, cluster->GetPixelCount());
-        EXPECT_EQ(f.ExpectedCluster(place), Pixels(cluster));
-        EXPECT_EQ(5, cluster->GetProperty<int>("image.time"));
-        EXPECT_EQ(65536, cluster->GetProperty<int>("info.quantlevels"));
-        places.push_back(place);
-        clusters[{place.x, place.y}] = Pixels(cluster);
-    }
-    EXPECT_EQ(StripePlaces(f.height - 1), places);
-    return clusters;
-}
-
 }  // namespace
 
-TEST(CalibrationClusters, OddHeightStripesGiveOnePlacePerColumnAndHalf) {
-    ClustersFixture f(21, StripesOf(21));
-    auto clusters = RunOnStripes(f);
-
-    // The border columns keep the raw change: -1000 and -999 lift to 0 and 1,
-    // 64535 and 64534 to 65535 and 65534. Pixel (c, r) is r * 9 + c.
-    EXPECT_EQ(0, (clusters[{9, 0}][0]));
-    EXPECT_EQ(1, (clusters[{9, 0}][9 * 9]));
-    EXPECT_EQ(65535, (clusters[{16, 0}][8]));
-    EXPECT_EQ(65534, (clusters[{16, 0}][9 * 9 + 8]));
+// Every cluster is checked against the plain computation.
+TEST(CalibrationClusters, StripesOfOddAndEvenHeightGiveOnePlacePerColumnAndHalf) {
+    for (int height : {21, 20}) {
+        SCOPED_TRACE(height);
+        ClustersFixture f(height);
+        f.calibration.Init();
+        f.calibration.CalculateClustersReference();
+        std::vector<Coordinates> places, expected;
+        std::map<std::pair<int, int>, std::vector<unsigned short>> clusters;
+        for (const auto& cluster : f.store->GetClusters()) {
+            const Coordinates place{cluster->GetProperty<int>("image.pixelcluster.pos.x"),
+                                    cluster->GetProperty<int>("image.pixelcluster.pos.y")};
+            SCOPED_TRACE(testing::Message() << "place " << place.x << ", " << place.y);
+            EXPECT_EQ(f.ExpectedCluster(place), Pixels(cluster));  // of height / 2 x 9 pixels
+            EXPECT_EQ(5, cluster->GetProperty<int>("image.time"));
+            EXPECT_EQ(65536, cluster->GetProperty<int>("info.quantlevels"));
+            places.push_back(place);
+            clusters[{place.x, place.y}] = Pixels(cluster);
+        }
+        for (int x = 9; x < 26; ++x) {
+            if (x <= 16) expected.push_back({x, 0});
+            if (x >= 15) expected.push_back({x, height - 1});
+        }
+        ASSERT_EQ(expected, places);
+        // The border columns keep the raw change: -1000 and -999 lift to 0 and 1,
+        // 64535 and 64534 to 65535 and 65534. Pixel (c, r) is r * 9 + c.
+        const auto &left = clusters[{9, 0}], &right = clusters[{16, 0}];
+        EXPECT_EQ((std::vector<int>{0, 1, 65535, 65534}), (std::vector<int>{left[0], left[9 * 9], right[8], right[9 * 9 + 8]}));
+        // Strip row 9 of a lower strip is frame row 11 + 9 = 20: below the frame of
+        // height 20, which repeats its last row instead.
+        EXPECT_EQ(1000 + Stripes(21, height - 1, height), (clusters[{25, height - 1}][9 * 9]));
+    }
 }
 
-TEST(CalibrationClusters, EvenHeightLowerStripsRepeatTheLastRowInsteadOfReadingBelow) {
-    ClustersFixture f(20, StripesOf(20));
-    auto clusters = RunOnStripes(f);
-    // Strip row 9 of a lower strip is frame row 20, below the frame: it holds row 19.
-    EXPECT_EQ(1000 + Stripes(21, 19, 20), (clusters[{25, 19}][9 * 9]));
-}
-
-TEST(CalibrationClusters, NoChangeAboveTheThresholdGivesNoClusterAndSucceeds) {
-    LogCapture log;
-    ClustersFixture single(21, [](int, int) { return 5000; }, {0});
-    single.calibration.Init();
-    single.calibration.CalculateClustersReference();
-    EXPECT_TRUE(single.store->GetClusters().empty());
-
-    ClustersFixture flat(21, [](int, int) { return 59; });
-    flat.calibration.Init();
-    flat.calibration.CalculateClustersReference();
-    EXPECT_TRUE(flat.store->GetClusters().empty());
-    EXPECT_EQ(std::vector<std::string>({"I CalibrationClusters : CalculateClustersReference\n",
-                                        "I CalibrationClusters : CalculateClustersReference succeed\n",
-                                        "I CalibrationClusters : CalculateClustersReference\n",
-                                        "I CalibrationClusters : CalculateClustersReference succeed\n"}),
-              log.lines);
-}
-
-TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBack) {
-    ClustersFixture f(17, [](int, int) { return 0; });
+TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBackNoChangeAboveTheThresholdGivesNoCluster) {
+    ClustersFixture f(17, [](int, int) { return 59; });
     EXPECT_EQ("CalibrationClusters: CalculateClustersReference failed because Init has not run",
               FailureText([&] { f.calibration.CalculateClustersReference(); }));
     f.calibration.Init();
@@ -196,6 +146,18 @@ TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBack) {
     EXPECT_EQ(3u, frames->GetInUse().size());
     f.calibration.Init();
     EXPECT_EQ(3u, frames->GetInUse().size());
+    ClustersFixture single(21, [](int, int) { return 5000; }, {0});
+    single.calibration.Init();
+    LogCapture log;
+    for (ClustersFixture* none : {&f, &single}) {
+        none->calibration.CalculateClustersReference();
+        EXPECT_TRUE(none->store->GetClusters().empty());
+    }
+    EXPECT_EQ(std::vector<std::string>({"I CalibrationClusters : CalculateClustersReference\n",
+                                        "I CalibrationClusters : CalculateClustersReference succeed\n",
+                                        "I CalibrationClusters : CalculateClustersReference\n",
+                                        "I CalibrationClusters : CalculateClustersReference succeed\n"}),
+              log.lines);
 
     f.parameters.PatchMargin = 4;
     EXPECT_EQ("CalibrationClusters: CalculateClustersReference failed because PatchMargin changed after Init",
@@ -203,7 +165,6 @@ TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBack) {
     f.parameters.PatchMargin = -1;
     EXPECT_EQ("CalibrationClusters: Init failed because PatchMargin is out of range",
               FailureText([&] { f.calibration.Init(); }));
-
     f.calibration.Clear();
     EXPECT_EQ(0u, frames->GetInUse().size());
     EXPECT_TRUE(frames->GetCollections().empty());
@@ -219,31 +180,21 @@ TEST(CalibrationClustersParametersSet, HoldsBirchAndNoDefaultRow) {
     EXPECT_EQ(0, s_clustersCalibrationParametersSet.lookup("Maple").MedianSize);
 }
 
-TEST(ReferenceClusters, AddClusterKeepsItsOwnCopyOfOneSize) {
-    ReferenceClusters store;
-    auto cluster = MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 6});
-    cluster->SetProperty("image.pixelcluster.pos.x", 7);
-    store.AddCluster(cluster);
-    cluster->GetData()[0] = 99;
-    cluster->SetProperty("image.pixelcluster.pos.x", 8);
-    store.AddCluster(cluster);
-
-    ASSERT_EQ(2u, store.GetClusters().size());
-    EXPECT_NE(cluster, store.GetClusters()[0]);
-    EXPECT_EQ(std::vector<unsigned short>({1, 2, 3, 4, 5, 6}), Pixels(store.GetClusters()[0]));
-    EXPECT_EQ(7, store.GetClusters()[0]->GetProperty<int>("image.pixelcluster.pos.x"));
-    EXPECT_EQ(99, store.GetClusters()[1]->GetData()[0]);
-    EXPECT_THROW(store.AddCluster(MakeImage<unsigned short>(2, 3)), ReferenceException);
-    EXPECT_THROW(store.AddCluster(ImagePtr<unsigned short>()), ReferenceException);
-    EXPECT_EQ(2u, store.GetClusters().size());
-}
-
-TEST(ReferenceClusters, SavedClustersLoadBackAndAFailedLoadChangesNothing) {
+TEST(ReferenceClusters, AddClusterKeepsItsOwnCopyOfOneSizeAndSavedClustersLoadBack) {
     orvane::test::ScratchDirectory scratch;
     ReferenceClusters saved("clusters.fxd");
-    saved.AddCluster(MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 65535}));
-    saved.AddCluster(MakeFilled<unsigned short>(3, 2, 1000));
-    saved.GetClusters()[1]->SetProperty("image.pixelcluster.pos.y", 12);
+    auto cluster = MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 65535});
+    cluster->SetProperty("image.pixelcluster.pos.x", 7);
+    saved.AddCluster(cluster);
+    cluster->Fill(1000);
+    cluster->SetProperty("image.pixelcluster.pos.x", 8);
+    saved.AddCluster(cluster);
+    EXPECT_THROW(saved.AddCluster(MakeImage<unsigned short>(2, 3)), ReferenceException);
+    EXPECT_THROW(saved.AddCluster(ImagePtr<unsigned short>()), ReferenceException);
+    ASSERT_EQ(2u, saved.GetClusters().size());
+    EXPECT_NE(cluster, saved.GetClusters()[1]);
+    EXPECT_EQ(std::vector<unsigned short>({1, 2, 3, 4, 5, 65535}), Pixels(saved.GetClusters()[0]));
+    EXPECT_EQ(7, saved.GetClusters()[0]->GetProperty<int>("image.pixelcluster.pos.x"));
     saved.SetValid(true);
     saved.Save();
 
@@ -253,16 +204,15 @@ TEST(ReferenceClusters, SavedClustersLoadBackAndAFailedLoadChangesNothing) {
     ASSERT_EQ(2u, loaded.GetClusters().size());
     EXPECT_EQ(std::vector<unsigned short>({1, 2, 3, 4, 5, 65535}), Pixels(loaded.GetClusters()[0]));
     EXPECT_EQ(std::vector<unsigned short>(6, 1000), Pixels(loaded.GetClusters()[1]));
-    EXPECT_EQ(12, loaded.GetClusters()[1]->GetProperty<int>("image.pixelcluster.pos.y"));
+    EXPECT_EQ(8, loaded.GetClusters()[1]->GetProperty<int>("image.pixelcluster.pos.x"));
     EXPECT_TRUE(loaded.IsValid());
 
-    ReferenceClusters("empty.fxd").Save();
+    ReferenceClusters("empty.fxd").Save();  // no cluster: the load empties the store
     ReferenceClusters none("empty.fxd");
     none.AddCluster(MakeFilled<unsigned short>(5, 5, 1));
     none.Load();
     EXPECT_TRUE(none.GetClusters().empty());
-
-    ReferenceClusters missing("missing.fxd");
+    ReferenceClusters missing("missing.fxd");  // a failed load changes nothing
     missing.AddCluster(MakeFilled<unsigned short>(2, 2, 4));
     EXPECT_THROW(missing.Load(), ReferenceException);
     EXPECT_EQ(1u, missing.GetClusters().size());

@@ -13,9 +13,7 @@ constexpr int W = 64;
 constexpr int H = 48;
 
 DefectMapDarkParameters Band(float low, float high, ROI area = ROI(0, 0, H, W)) {
-    DefectMapDarkParameters p;
-    p.Area = area, p.ThresholdMin = low, p.ThresholdMax = high;
-    return p;
+    return DefectMapDarkParameters{area, low, high};
 }
 
 // A frame of `level`, or with level < 0 a smooth dark of 200 + 4x + 3y, then the given pixels.

@@ -11,13 +11,9 @@ namespace {
 constexpr int W = 64;
 constexpr int H = 48;
 
-// A 48 x 36 area at (8, 6) with a 5 x 5 window.
-DefectMapGainParameters Parameters() {
-    DefectMapGainParameters p;
-    p.X0 = 8, p.Y0 = 6, p.Width = 48, p.Height = 36, p.MedianWidth = 5, p.MedianHeight = 5;
-    p.ClipMin = 0.25f, p.ClipMax = 4.0f, p.ThresholdMin = 0.53f, p.ThresholdMax = 2.0f, p.QuantLevels = 65536;
-    return p;
-}
+// A 48 x 36 area at (8, 6) with a 5 x 5 window; gains clipped to [0.25, 4], ratios
+// accepted in [0.53, 2], 65536 levels.
+DefectMapGainParameters Parameters() { return DefectMapGainParameters{8, 6, 48, 36, 5, 5, 0.25f, 4.0f, 0.53f, 2.0f, 65536}; }
 
 // The gain is smooth, from 1.0 to about 1.04 over the frame.
 struct Fixture {

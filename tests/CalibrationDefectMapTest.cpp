@@ -202,7 +202,14 @@ TEST(CalibrationDefectMap, FailuresCarryTheirMessagesAndKeepTheCountsAndTheDose)
               FailureText([&] { otherGain.calibration.StoreAndCorrect(frame); }));
 }
 
-TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifies) {
+// The option is unset also when the test fails.
+struct SaveOption {
+    SaveOption() { setenv("OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE", "1", 1); }
+    ~SaveOption() { unsetenv("OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE"); }
+};
+
+TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifiesAndSavesDebugImagesWithTheOption) {
+    ScratchDirectory scratch;
     Fixture f;
     f.flagParameters.TestWholeFrame = true;
     f.flagParameters.HorizontalRatio = 0.5f;  // a row segment of 64 needs more than 32
@@ -212,9 +219,14 @@ TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifies) {
     Frame frame = Flat({{30, 30, 3}});
     for (int x = 10; x < 50; ++x)  // 40 defects in row 15
         frame->GetData()[15 * W + x] = static_cast<unsigned short>(3 * K(x, 15));
+    frame->SetProperty("image.time", 41);
+    auto option = std::make_unique<SaveOption>();
+    f.calibration.DefectMap6({frame, frame});
     frame->SetProperty("image.time", 42);
-    f.calibration.DefectMap6({frame});
+    f.calibration.StoreAndCorrect(frame);  // the same dose from a ready mean image, with its properties
+    f.calibration.DefectMap6();
     f.calibration.UpdateDefectMapReference();
+    option.reset();
 
     std::vector<unsigned char> expected(W * H, 0);
     for (int x = 0; x < W; ++x) expected[15 * W + x] = x == 0 || x == W - 1 ? 2 : 3;  // flagged row, classified
@@ -223,30 +235,13 @@ TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifies) {
     EXPECT_EQ(42, map->GetProperty<int>("image.time"));
     EXPECT_EQ(18u, map->GetProperty<unsigned>("info.quantlevels"));
     EXPECT_FALSE(f.store->IsValid());
-}
-
-TEST(CalibrationDefectMap, DebugImagesAreWrittenWithTheOption) {
-    const Frame frame = Flat({{20, 15, 3}});
-    ScratchDirectory scratch;
-    struct Option {  // unset also when the test fails
-        Option() { setenv("OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE", "1", 1); }
-        ~Option() { unsetenv("OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE"); }
-    };
-    auto option = std::make_unique<Option>();
-    Fixture f;
-    f.calibration.DefectMap6({frame, frame});
-    f.calibration.StoreAndCorrect(frame);  // the same dose from a ready mean image
-    f.calibration.DefectMap6();
-    f.calibration.UpdateDefectMapReference();
-    option.reset();
-
-    std::vector<std::string> expected;
+    std::vector<std::string> files;
     for (const char* stage : {"DM6", "DM6-flag", "Dose_1_input", "Dose_1_input-mean", "Dose_1_mean_Gc",
                               "Dose_1_Clipping", "Dose_1_Quantification", "Dose_1_HighPassMedian", "Dose_1_Exclu",
                               "Dose_2_Clipping", "Dose_2_Quantification", "Dose_2_HighPassMedian", "Dose_2_Exclu"})
-        expected.push_back(std::string("DM6-ImageDebug-") + stage + ".fxd");
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(expected, scratch.Entries());
+        files.push_back(std::string("DM6-ImageDebug-") + stage + ".fxd");
+    std::sort(files.begin(), files.end());
+    EXPECT_EQ(files, scratch.Entries());
     // The map is saved with the counts of the 2 doses before flagging and classification.
     EXPECT_EQ(2, ImageFxdFileIn("DM6-ImageDebug-DM6.fxd").ReadImage<unsigned char>(0)->GetData()[15 * W + 20]);
     EXPECT_EQ(2, ImageFxdFileIn("DM6-ImageDebug-Dose_1_input.fxd").GetFrameCount());  // the frames of the dose

@@ -16,12 +16,10 @@ constexpr int W = 64;
 constexpr int H = 48;
 
 // An 11 x 11 window; QuantLevels one above the largest pixel of the area gives the
-// slope 1 and offset 0, so that the high-pass leaves exactly p - median.
+// slope 1 and offset 0, so that the high-pass leaves exactly p - median. Statistic
+// of 3 sigmas / 5 %, band of 10 sigmas.
 DefectMapUntypicalParameters Untypical(int levels, ROI area = ROI(0, 0, H, W)) {
-    DefectMapUntypicalParameters p;
-    p.Area = area, p.MedianWidth = 11, p.MedianHeight = 11, p.QuantLevels = levels;
-    p.GfaSigmas = 3, p.GfaTolerance = 0.05f, p.ExcludeSigmas = 10;
-    return p;
+    return DefectMapUntypicalParameters{area, 11, 11, levels, 3, 0.05f, 10};
 }
 
 // `background` but at the planted pixels. With `ripple`, the background pixels, taken
@@ -87,7 +85,7 @@ TEST(CalibrationDefectMapUntypical, EachFrameCountsOnceAndCountsKeepTheirLowEigh
     EXPECT_EQ(Isolated({{9, 9}, {20, 20}}), f.Map());
 }
 
-TEST(CalibrationDefectMapUntypical, OnlyTheAreaReachesTheMapWithTheFrameProperties) {
+TEST(CalibrationDefectMapUntypical, OnlyTheAreaReachesTheMapWithTheFramePropertiesButPixelsOutsideEnterTheStatistic) {
     Fixture f(Untypical(501, ROI(8, 16, 24, 32)));  // columns 16 .. 47, rows 8 .. 31
     const ImagePtr<unsigned char> map = f.store->GetDM();
     map->GetData()[40 * W + 2] = 1;   // outside, kept
@@ -98,19 +96,17 @@ TEST(CalibrationDefectMapUntypical, OnlyTheAreaReachesTheMapWithTheFrameProperti
     EXPECT_EQ(Isolated({{2, 40}, {20, 10}, {47, 31}}), f.Map());
     EXPECT_EQ(77, map->GetProperty<int>("image.time"));
     EXPECT_EQ(18, map->GetProperty<unsigned short>("info.quantlevels"));
-}
 
-TEST(CalibrationDefectMapUntypical, PixelsOutsideTheAreaEnterTheStatisticRaw) {
     // The upper half is high-passed to 0 (one pixel to 500), the lower half stays at
     // 100: the rejection stops at once near mean 50 and sigma 50, so the band of
     // +-500 around it keeps the hot pixel that the area alone would have excluded.
-    Fixture f(Untypical(601, ROI(0, 0, H / 2, W)));
+    Fixture half(Untypical(601, ROI(0, 0, H / 2, W)));
     LogCapture log;
-    f.calibration.ComputeDefectMapUntypicalAndMerge(Plant(100, {{{20, 10}, 600}}));
+    half.calibration.ComputeDefectMapUntypicalAndMerge(Plant(100, {{{20, 10}, 600}}));
     // The scaled range starts at 0, not at the smallest pixel (100).
     EXPECT_EQ("I Scaling and Quantification - Slope = 1 Offset = 0\n", log.lines.at(2));
     EXPECT_NE(std::string::npos, log.lines.at(5).find("Mean = 50.0"));
-    EXPECT_EQ(Isolated({}), f.Map());
+    EXPECT_EQ(Isolated({}), half.Map());
 }
 
 TEST(CalibrationDefectMapUntypical, FailuresGiveTheImagesBackAndKeepTheCountsUntilClear) {

@@ -10,8 +10,7 @@
 #include <algorithm>
 #include <set>
 
-using orvane::test::LogCapture;
-using orvane::test::ScratchDirectory;
+using namespace orvane::test;
 
 namespace {
 
@@ -41,9 +40,12 @@ struct EcholineFixture {
         std::fill_n(map->GetData() + row * map->GetWidth() + first, count, value);
     }
 
-    void Calculate() {
+    // Calculates and fills the store, then compares its sets.
+    void Expect(const Lines& singles, const Lines& doubles) {
         calibration.CalculateEcholineReference();
         calibration.FillEcholineReference();
+        EXPECT_EQ(singles, store->singleLines);
+        EXPECT_EQ(doubles, store->doubleLines);
     }
 
     EchoLineParameters parameters;
@@ -52,142 +54,82 @@ struct EcholineFixture {
     CalibrationEcholine calibration;
 };
 
-// The Birch row on a map of height 3121, wide enough for its area (columns 60..3060).
-struct BirchFixture : EcholineFixture {
-    BirchFixture() : EcholineFixture(s_EchoLineParametersSet.lookup("Birch"), 3061, 3121) {}
-    void MarkWholeLine(int row) { Mark(row, 60, 3001); }
-};
-
 }  // namespace
 
-TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassMakesAnEchoLine) {
+TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLine) {
     EcholineFixture f(WholeMap(64, 12), 64, 12);
     f.Mark(1, 5, 30);
     f.Mark(3, 5, 29);
     f.Mark(5, 0, 20);
     f.Mark(5, 21, 20);
-    for (int i = 0; i < 30; ++i) {
-        const unsigned char classes[] = {1, 9, 17, 255};
-        f.Mark(7, 10 + i, 1, classes[i % 4]);
-    }
+    for (int i = 0; i < 30; ++i) f.Mark(7, 10 + i, 1, std::vector<unsigned char>{1, 9, 17, 255}[i % 4]);
     f.Mark(10, 34, 30);  // the run is still open at the end of the row
-    f.Calculate();
-    EXPECT_EQ(Lines({1, 7, 10}), f.store->singleLines);
-    EXPECT_EQ(Lines(), f.store->doubleLines);
-}
+    f.Expect({1, 7, 10}, {});
 
-TEST(CalibrationEcholine, OnlyTheAreaIsScanned) {
     EchoLineParameters p = WholeMap(64, 8);
     p.Area = ROI(2, 10, 4, 40);  // rows 2..5, columns 10..49
-    EcholineFixture f(p, 64, 8);
-    f.Mark(1, 0, 64);
-    f.Mark(6, 0, 64);
-    f.Mark(2, 0, 40);   // 30 inside
-    f.Mark(3, 0, 39);   // 29 inside
-    f.Mark(4, 25, 39);  // 25 inside
-    f.Mark(5, 20, 30);
-    f.Calculate();
-    EXPECT_EQ(Lines({2, 5}), f.store->singleLines);
-    EXPECT_EQ(Lines(), f.store->doubleLines);
+    EcholineFixture area(p, 64, 8);
+    area.Mark(1, 0, 64);
+    area.Mark(6, 0, 64);
+    area.Mark(2, 0, 40);   // 30 inside
+    area.Mark(3, 0, 39);   // 29 inside
+    area.Mark(4, 25, 39);  // 25 inside
+    area.Mark(5, 20, 30);
+    area.Expect({2, 5}, {});
 }
 
-TEST(CalibrationEcholine, StretchesBesideTheMiddleColumnAreScannedApart) {
-    BirchFixture f;
-    f.Mark(1000, 1540, 41);  // 20 left of column 1560, 1560 itself, 20 right of it
-    f.Mark(1010, 1561, 30);
-    f.Mark(1020, 1530, 30);  // ends at 1559
-    f.Mark(1030, 60, 30);
-    f.Mark(1040, 3031, 30);  // ends at 3060
-    f.Mark(1050, 1531, 30);  // 29 left of 1560, then 1560
-    f.Mark(1060, 1560, 30);  // 1560, then 29 right of it
-    f.Calculate();
-    EXPECT_EQ(Lines({1010, 1020, 1030, 1040}), f.store->singleLines);
-    EXPECT_EQ(Lines(), f.store->doubleLines);
-}
-
-TEST(CalibrationEcholine, LinesFromTheMiddleRowOnAreMirroredSortedAndUnique) {
-    BirchFixture f;
-    // Scanned in this order: 1000, 1003, then 2119 -> 3121 - 2119 - 1 = 1001 and
-    // 2120 -> 1000 again. Row 1560 is skipped.
-    for (int row : {1000, 1003, 1560, 2119, 2120}) {
-        f.MarkWholeLine(row);
-    }
-    f.Calculate();
-    EXPECT_EQ(Lines({1000}), f.store->doubleLines);
-    EXPECT_EQ(Lines({1003}), f.store->singleLines);
+// Rows of the Birch map (middle row and column 1560) are scanned in this order:
+// 1000, 1003, then 2119 -> 3121 - 2119 - 1 = 1001 and 2120 -> 1000 again; row 1560
+// is skipped. The stretches beside the middle column are scanned apart.
+TEST(CalibrationEcholine, StretchesBesideTheMiddleColumnAreScannedApartRowsFromTheMiddleOnMirrored) {
+    EcholineFixture f(s_EchoLineParametersSet.lookup("Birch"), 3061, 3121);  // the area is columns 60..3060
+    for (int row : {1000, 1003, 1560, 2119, 2120}) f.Mark(row, 60, 3001);
+    f.Mark(1100, 1540, 41);  // 20 left of column 1560, 1560 itself, 20 right of it
+    f.Mark(1110, 1561, 30);
+    f.Mark(1120, 1530, 30);  // ends at 1559
+    f.Mark(1130, 60, 30);
+    f.Mark(1140, 3031, 30);  // ends at 3060
+    f.Mark(1150, 1531, 30);  // 29 left of 1560, then 1560
+    f.Mark(1160, 1560, 30);  // 1560, then 29 right of it
+    f.Expect({1003, 1110, 1120, 1130, 1140}, {1000});
 }
 
 TEST(CalibrationEcholine, BlocksArePairedFromTheirLowEnd) {
-    struct Case {
-        Lines rows;
-        Lines singles;
-        Lines doubles;
-    };
+    struct Case { Lines rows, singles, doubles; };
     const Case cases[] = {{{100, 101}, {}, {100}},
                           {{100, 101, 102}, {102}, {100}},
                           {{100, 101, 102, 103}, {}, {100, 102}},
                           {{100, 102}, {100, 102}, {}}};
     for (const Case& c : cases) {
         EcholineFixture f(WholeMap(40, 110), 40, 110);
-        for (int row : c.rows) {
-            f.Mark(row, 0, 40);
-        }
-        f.Calculate();
-        EXPECT_EQ(c.singles, f.store->singleLines) << c.rows.size() << " lines";
-        EXPECT_EQ(c.doubles, f.store->doubleLines) << c.rows.size() << " lines";
+        for (int row : c.rows) f.Mark(row, 0, 40);
+        SCOPED_TRACE(c.rows.size());
+        f.Expect(c.singles, c.doubles);
     }
 }
 
-TEST(CalibrationEcholine, LaterCallsKeepEarlierLinesAndRebuildTheSets) {
+TEST(CalibrationEcholine, LaterCallsKeepEarlierLinesRebuildTheSetsAndAreLogged) {
     EcholineFixture f(WholeMap(40, 10), 40, 10);
     f.Mark(5, 0, 40);
-    f.Calculate();
-    f.Calculate();
-    EXPECT_EQ(Lines({5}), f.store->singleLines);
-    EXPECT_EQ(Lines(), f.store->doubleLines);
-
-    f.Mark(5, 0, 40, 0);
-    f.Mark(6, 0, 40);
-    f.Calculate();
-    EXPECT_EQ(Lines(), f.store->singleLines);
-    EXPECT_EQ(Lines({5}), f.store->doubleLines);
-}
-
-// The "" row scans nothing, so a map full of defects finds nothing, and the store's
-// sets are emptied.
-TEST(CalibrationEcholine, DefaultRowScansNothingAndEmptiesTheStore) {
-    EcholineFixture f(s_EchoLineParametersSet.lookup(""), 40, 40);
-    f.Mark(0, 0, 40 * 40);
-    f.store->singleLines = {1, 3};
-    f.store->doubleLines = {7};
-    f.Calculate();
-    EXPECT_EQ(f.store, f.calibration.GetEcholineRef());
-    EXPECT_EQ(Lines(), f.store->singleLines);
-    EXPECT_EQ(Lines(), f.store->doubleLines);
-}
-
-TEST(CalibrationEcholine, ProgressIsLogged) {
-    EcholineFixture f(WholeMap(40, 4), 40, 4);
+    f.Expect({5}, {});
     LogCapture log;
     f.calibration.Init();
-    f.calibration.CalculateEcholineReference();
+    f.Expect({5}, {});
     f.calibration.Clear();
     EXPECT_EQ(std::vector<std::string>({"I CalibrationEcholine : CalculateEcholineReference\n",
                                         "I CalibrationEcholine : CalculateEcholineReference succeed\n"}),
               log.lines);
+    f.Mark(5, 0, 40, 0);
+    f.Mark(6, 0, 40);
+    f.Expect({}, {5});
+    EXPECT_EQ(f.store, f.calibration.GetEcholineRef());
 }
 
 TEST(CalibrationEcholine, ScanOutsideTheMapOrMissingObjectsFail) {
     EcholineFixture wider(WholeMap(41, 4), 40, 4);
     wider.Mark(0, 0, 40);
-    try {
-        wider.calibration.CalculateEcholineReference();
-        FAIL() << "no exception";
-    } catch (const CalibrationException& e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("): CalibrationEcholine: CalculateEcholineReference failed "
-                                             "due to an area outside the defect map"));
-    }
+    EXPECT_EQ("CalibrationEcholine: CalculateEcholineReference failed due to an area outside the defect map",
+              FailureText([&] { wider.calibration.CalculateEcholineReference(); }));
     wider.calibration.FillEcholineReference();
     EXPECT_EQ(Lines(), wider.store->singleLines);
 
@@ -199,26 +141,19 @@ TEST(CalibrationEcholine, ScanOutsideTheMapOrMissingObjectsFail) {
     EXPECT_THROW(before.calibration.CalculateEcholineReference(), CalibrationException);
 
     CalibrationEcholine orphan(left, nullptr, nullptr);
-    EXPECT_THROW(orphan.CalculateEcholineReference(), CalibrationException);
-    EXPECT_THROW(orphan.FillEcholineReference(), CalibrationException);
+    EXPECT_EQ("CalibrationEcholine: CalculateEcholineReference failed due to null pointer",
+              FailureText([&] { orphan.CalculateEcholineReference(); }));
+    EXPECT_EQ("CalibrationEcholine: FillEcholineReference failed due to null pointer",
+              FailureText([&] { orphan.FillEcholineReference(); }));
 }
 
-TEST(EchoLineParametersSet, RowsOfEveryModel) {
-    struct Row {
-        const char* key;
-        ROI area;
-        int middleRow;
-        int middleColumn;
-    };
-    const Row rows[] = {{"Birch", ROI(60, 60, 3001, 3001), 1560, 1560},
-                        {"LarchB", ROI(2, 30, 2874, 2775), 2880, 2880},
-                        {"LarchA", ROI(2, 30, 2874, 2775), 2880, 2880},
-                        {"CedarTa", ROI(2, 11, 2874, 2869), 2880, 2880},
-                        {"CedarTb", ROI(2, 11, 2874, 2869), 2880, 2880},
-                        {"MapleQ", ROI(29, 50, 2820, 2300), 2880, 2400},
-                        {"MapleQa", ROI(6, 25, 2866, 2350), 2880, 2400},
-                        {"MapleQb", ROI(6, 25, 2866, 2350), 2880, 2400},
-                        {"Rowan", ROI(19, 0, 1520, 1920), 1560, 1920}};
+TEST(EchoLineParametersSet, RowsOfEveryModelAndTheDefaultRowForUnknownOnes) {
+    struct Row { const char* key; ROI area; int middleRow, middleColumn; };
+    const Row rows[] = {{"Birch", ROI(60, 60, 3001, 3001), 1560, 1560},  {"LarchB", ROI(2, 30, 2874, 2775), 2880, 2880},
+                        {"LarchA", ROI(2, 30, 2874, 2775), 2880, 2880},  {"CedarTa", ROI(2, 11, 2874, 2869), 2880, 2880},
+                        {"CedarTb", ROI(2, 11, 2874, 2869), 2880, 2880}, {"MapleQ", ROI(29, 50, 2820, 2300), 2880, 2400},
+                        {"MapleQa", ROI(6, 25, 2866, 2350), 2880, 2400}, {"MapleQb", ROI(6, 25, 2866, 2350), 2880, 2400},
+                        {"Rowan", ROI(19, 0, 1520, 1920), 1560, 1920},   {"", ROI(0, 0, 0, 0), 0, 0}};
     for (const Row& expected : rows) {
         const EchoLineParameters& row = s_EchoLineParametersSet.lookup(expected.key);
         EXPECT_TRUE(expected.area == row.Area) << expected.key;
@@ -226,20 +161,14 @@ TEST(EchoLineParametersSet, RowsOfEveryModel) {
         EXPECT_EQ(expected.middleColumn, row.MiddleColumn) << expected.key;
         EXPECT_EQ(30, row.MinimumRun) << expected.key;
     }
-    const EchoLineParameters& fallback = s_EchoLineParametersSet.lookup("");
-    EXPECT_TRUE(ROI(0, 0, 0, 0) == fallback.Area);
-    EXPECT_EQ(30, fallback.MinimumRun);
     EXPECT_EQ(10u, s_EchoLineParametersSet.GetBaseRows().size());
-}
-
-TEST(EchoLineParametersSet, UnknownModelsGetTheDefaultRow) {
     const EchoLineParameters* fallback = &s_EchoLineParametersSet.lookup("");
     EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Willow"));
     EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Hazel.A12.m3"));
     EXPECT_EQ(&s_EchoLineParametersSet.lookup("Birch"), &s_EchoLineParametersSet.lookup("Birch.A1.m2"));
 }
 
-TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlag) {
+TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlagAFailedLoadNothing) {
     ScratchDirectory directory;
     ReferenceEcholine saved("echo.fxd");
     saved.singleLines = {3, 7, 1200};
@@ -267,11 +196,9 @@ TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlag) {
     memory.Load();
     EXPECT_EQ(Lines({5}), memory.singleLines);
     EXPECT_EQ(std::vector<std::string>({"echo.fxd"}), directory.Entries());
-}
 
-TEST(ReferenceEcholine, FailedLoadLeavesTheStoreAsItWas) {
-    ScratchDirectory directory;
-    ReferenceEcholine store("echo.fxd");
+    // A failed load leaves the store as it was.
+    ReferenceEcholine store("broken.fxd");
     store.singleLines = {8};
     store.doubleLines = {20};
     EXPECT_THROW(store.Load(), ReferenceException);  // no file

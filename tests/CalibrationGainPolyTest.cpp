@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 using namespace orvane::test;
 
@@ -163,41 +162,22 @@ TEST(CalibrationGainPoly, WeightedFitOfEveryPixel) {
     EXPECT_EQ(0.0f, back->GetData()[zero]);
 }
 
-TEST(CalibrationGainPoly, FailuresOfTheFitAndWhichOfThemReachTheHost) {
-    GainPolyParameters p = Parameters();
-    p.MeasureAreas.push_back(ROI(1, 3, 2, 2));  // leaves the 4 x 2 panel
-    PolyFixture invalid(4, 2, 1), fewer(4, 2, 2), none(4, 2, 0), offPanel(4, 2, 1, p);
-    for (PolyFixture* f : {&invalid, &fewer, &offPanel}) f->Dose(100);
-    invalid.dm->SetValid(false);
-    const std::string prefix = "CalibrationGainPoly: _CalculateGainWithoutDenoise failed";
-    EXPECT_TRUE(FailsLogging<CalibrationException>(prefix + " due to invalid DM reference",
-                                                   [&] { invalid.calibration.CalculateGainReference(); }));
-    EXPECT_TRUE(FailsLogging<CalibrationException>(prefix + " due to wrong number of acquistion",
-                                                   [&] { fewer.calibration.CalculateGainReference(); }));
-    // Failures inside the fit are only logged, the area's with its text; the missing
-    // coefficient images then stop the compression.
-    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + prefix + " : calibration/",
-                                                [&] { offPanel.calibration.CalculateGainReference(); }));
-    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + prefix + "\n",
-                                                [&] { none.calibration.CalculateGainReference(); }));
-}
-
 TEST(CalibrationGainPoly, InvertMatrixWithoutPivotSearch) {
     PolyFixture f(2, 1, 1);
-    float rows[3][3] = {{4, 7, 2}, {3, 6, 1}, {2, 5, 3}};         // determinant 9
-    float permutation[3][3] = {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}};  // invertible, but the first pivot is 0
-    float notFinite[3][3] = {{1, 0, 0}, {0, std::numeric_limits<float>::quiet_NaN(), 0}, {0, 0, 1}};
-    float *m[3] = {rows[0], rows[1], rows[2]}, *q[3] = {permutation[0], permutation[1], permutation[2]},
-          *z[3] = {notFinite[0], notFinite[1], notFinite[2]};
-    EXPECT_FALSE(f.inspect.Invert(q));
-    EXPECT_FALSE(f.inspect.Invert(z));
+    float rows[3][3] = {{4, 7, 2}, {3, 6, 1}, {2, 5, 3}};           // determinant 9
+    float swap[3][3] = {{0, 1, 0}, {1, 0, 0}, {0, 0, 1}};           // invertible, but the first pivot is 0
+    float nan[3][3] = {{1, 0, 0}, {0, std::nanf(""), 0}, {0, 0, 1}};  // not finite
+    float last[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 0}};             // the last pivot is 0
+    float *m[3] = {rows[0], rows[1], rows[2]}, *q[3] = {swap[0], swap[1], swap[2]}, *z[3] = {nan[0], nan[1], nan[2]},
+          *l[3] = {last[0], last[1], last[2]};
+    EXPECT_FALSE(f.inspect.Invert(q) || f.inspect.Invert(z) || f.inspect.Invert(l));
     ASSERT_TRUE(f.inspect.Invert(m));
     const double inverse[3][3] = {{13, -11, -5}, {-7, 8, 2}, {3, -6, 3}};  // times 1/9
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c) EXPECT_NEAR(inverse[r][c] / 9, rows[r][c], 1e-6) << r << c;
 }
 
-TEST(CalibrationGainPolyDenoise, MovingAverageMatchesADirectWindowedMean) {
+TEST(CalibrationGainPolyDenoise, MovingAverageMatchesADirectWindowedMeanBadPixelsAndFlatAreas) {
     GainPolyParameters p = Parameters();
     std::vector<float> v(150), good(150), out(150);
     for (int i = 0; i < 150; ++i) {
@@ -222,21 +202,18 @@ TEST(CalibrationGainPolyDenoise, MovingAverageMatchesADirectWindowedMean) {
             }
         }
     }
-}
-
-TEST(CalibrationGainPolyDenoise, BadPixelsAndFlatAreas) {
     // Band of 1.5 x factor 1 x sigma along rows: the mean is 10 and sigma 30, so 100 is out.
-    GainPolyParameters p = Parameters();
+    p = Parameters();
     p.RowSigmaFactor = 1;
     PolyFixture f(2, 1, 1, p);
-    std::vector<float> line{0, 0, 0, 0, 0, 0, 0, 0, 0, 100}, good(10, -1.0f);
-    f.inspect.DetectBad(line.data(), 10, good.data());
-    EXPECT_EQ((std::vector<float>{1, 1, 1, 1, 1, 1, 1, 1, 1, 0}), good);
+    std::vector<float> line{0, 0, 0, 0, 0, 0, 0, 0, 0, 100}, flags(10, -1.0f);
+    f.inspect.DetectBad(line.data(), 10, flags.data());
+    EXPECT_EQ((std::vector<float>{1, 1, 1, 1, 1, 1, 1, 1, 1, 0}), flags);
     // A flat area is its own estimate, and all of it lies within the band.
-    std::vector<float> area(7 * 5, 7.25f), out(35, -1.0f);
+    std::vector<float> area(7 * 5, 7.25f), estimate(35, -1.0f);
     std::vector<unsigned char> mask(35, 9);
-    f.inspect.DenoiseArea(area.data(), 7, 5, out.data(), mask.data());
-    EXPECT_EQ(area, out);
+    f.inspect.DenoiseArea(area.data(), 7, 5, estimate.data(), mask.data());
+    EXPECT_EQ(area, estimate);
     EXPECT_EQ(std::vector<unsigned char>(35, 1), mask);
 }
 
@@ -272,7 +249,7 @@ TEST(CalibrationGainPolyDenoise, OutliersKeepTheirValueUnlessEstimatedAtAnEarlie
     EXPECT_NEAR(1000.0f, dose1[second], 8.0f);
 }
 
-TEST(CalibrationGainPolyDenoise, LinearCorrectionAndFormattingWhereTheGainIsZero) {
+TEST(CalibrationGainPolyDenoise, LinearGainIsDividedOutFormattedWhereItIsZeroAndFoldedBack) {
     PolyFixture f(3, 1, 1);
     f.linear->CompressImage(MakeImage<float>(3, 1, {2.0f, 0.0f, 0.5f}), f.linear->GetGainLinear());
     f.Dose(300);
@@ -283,32 +260,43 @@ TEST(CalibrationGainPolyDenoise, LinearCorrectionAndFormattingWhereTheGainIsZero
     for (int k = 0; k < 3; ++k)  // coefficient k / g^(k+1)
         EXPECT_EQ((std::vector<float>{8.0f / (2 << k), 0, 8.0f * (2 << k)}), Pixels(f.inspect.Coefficients()[k])) << k;
     f.inspect.Coefficients().clear();  // not pool images
-}
 
-TEST(CalibrationGainPolyDenoise, DenoisedReferenceFoldsTheLinearGainBack) {
-    GainPolyParameters p = Parameters();
+    GainPolyParameters p = Parameters();  // the denoised reference folds the linear gain back
     p.DenoiseAreas = {ROI(0, 0, 10, 12)};
-    PolyFixture f(12, 10, 5, p);
+    PolyFixture g(12, 10, 5, p);
     const int pixel = 5 * 12 + 6;
     auto gain = MakeFilled<float>(12, 10, 1.0f);
     gain->GetData()[pixel] = 2.0f;
-    f.linear->CompressImage(gain, f.linear->GetGainLinear());
-    for (int level = 100; level <= 500; level += 100) f.Dose(level, {{pixel, 2 * level}});
-    f.calibration.CalculateDenoisedGainReference();
-    ExpectFit({0.5, 0.0, 0.0}, f, pixel);
-    ExpectFit({1.0, 0.0, 0.0}, f, 0);
+    g.linear->CompressImage(gain, g.linear->GetGainLinear());
+    for (int level = 100; level <= 500; level += 100) g.Dose(level, {{pixel, 2 * level}});
+    g.calibration.CalculateDenoisedGainReference();
+    ExpectFit({0.5, 0.0, 0.0}, g, pixel);
+    ExpectFit({1.0, 0.0, 0.0}, g, 0);
 }
 
-TEST(CalibrationGainPolyDenoise, FailuresOfTheDenoisedRoad) {
-    GainPolyParameters p = Parameters();
-    p.DenoiseAreas = {ROI(1, 2, 2, 3)};  // leaves the 4 x 2 panel
-    PolyFixture empty(4, 2, 1), missing(4, 2, 2), off(4, 2, 1, p);
-    missing.Dose(100);
-    off.Dose(100);
-    const std::string prefix = "CalibrationGainPoly: _DenoisingCalibrationImage failed";
-    EXPECT_TRUE(FailsLogging<CalibrationException>(prefix + " due to empty calibration stack",
+TEST(CalibrationGainPoly, FailuresOfBothRoadsAndWhichOfThemReachTheHost) {
+    GainPolyParameters offMeasure = Parameters(), offDenoise = Parameters();
+    offMeasure.MeasureAreas.push_back(ROI(1, 3, 2, 2));  // leaves the 4 x 2 panel
+    offDenoise.DenoiseAreas = {ROI(1, 2, 2, 3)};         // leaves it too
+    PolyFixture invalid(4, 2, 1), fewer(4, 2, 2), none(4, 2, 0), offPanel(4, 2, 1, offMeasure), empty(4, 2, 1),
+        missing(4, 2, 2), off(4, 2, 1, offDenoise);
+    for (PolyFixture* f : {&invalid, &fewer, &offPanel, &missing, &off}) f->Dose(100);
+    invalid.dm->SetValid(false);
+    const std::string fit = "CalibrationGainPoly: _CalculateGainWithoutDenoise failed";
+    EXPECT_TRUE(FailsLogging<CalibrationException>(fit + " due to invalid DM reference",
+                                                   [&] { invalid.calibration.CalculateGainReference(); }));
+    EXPECT_TRUE(FailsLogging<CalibrationException>(fit + " due to wrong number of acquistion",
+                                                   [&] { fewer.calibration.CalculateGainReference(); }));
+    // Failures inside the fit are only logged, the area's with its text; the missing
+    // coefficient images then stop the compression.
+    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + fit + " : calibration/",
+                                                [&] { offPanel.calibration.CalculateGainReference(); }));
+    EXPECT_TRUE(FailsLogging<std::out_of_range>("E " + fit + "\n", [&] { none.calibration.CalculateGainReference(); }));
+
+    const std::string denoise = "CalibrationGainPoly: _DenoisingCalibrationImage failed";
+    EXPECT_TRUE(FailsLogging<CalibrationException>(denoise + " due to empty calibration stack",
                                                    [&] { empty.calibration.CalculateDenoisedGainReference(); }));
-    EXPECT_TRUE(FailsLogging<CalibrationException>("E " + prefix + "\n",  // logged; then the fit fails
+    EXPECT_TRUE(FailsLogging<CalibrationException>("E " + denoise + "\n",  // logged; then the fit fails
                                                    [&] { missing.calibration.CalculateDenoisedGainReference(); }));
     EXPECT_TRUE(FailsLogging<CalibrationException>("CalibrationGainPoly: _ExtractingUsedArea failed because the area "
                                                    "leaves the image",

@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-using orvane::test::LogCapture;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
+using namespace orvane::test;
 
 TEST(CalibrationOffsetPreview, OffsetBecomesTheFrameWithItsProperties) {
     auto store = boost::make_shared<ReferenceOffsetSimple>(3, 1);
@@ -20,28 +18,24 @@ TEST(CalibrationOffsetPreview, OffsetBecomesTheFrameWithItsProperties) {
     EXPECT_EQ(std::vector<std::string>({"I CalibrationOffsetPreview : UpdateSingleOffsetRef\n",
                                         "I CalibrationOffsetPreview : UpdateSingleOffsetRef succeed\n"}),
               log.lines);
-}
 
-TEST(CalibrationOffsetPreview, SmallerFrameChangesOnlyItsPixels) {
-    auto store = boost::make_shared<ReferenceOffsetSimple>(2, 2);
-    CalibrationOffsetPreview calibration(store);
-    calibration.UpdateSingleOffsetRef(MakeImage<unsigned short>(3, 1, {5, 6, 7}));
-    EXPECT_EQ(std::vector<unsigned short>({5, 6, 7, 0}), Pixels(store->GetOffset()));
+    auto square = boost::make_shared<ReferenceOffsetSimple>(2, 2);  // a smaller frame changes only its pixels
+    CalibrationOffsetPreview(square).UpdateSingleOffsetRef(MakeImage<unsigned short>(3, 1, {5, 6, 7}));
+    EXPECT_EQ(std::vector<unsigned short>({5, 6, 7, 0}), Pixels(square->GetOffset()));
 }
 
 TEST(CalibrationOffsetPreview, NullFrameFailsWithTheOperationsMessage) {
-    auto store = boost::make_shared<ReferenceOffsetSimple>(2, 2);
-    CalibrationOffsetPreview calibration(store);
+    CalibrationOffsetPreview calibration(boost::make_shared<ReferenceOffsetSimple>(2, 2));
     LogCapture log;
+    std::string text;
     try {
         calibration.UpdateSingleOffsetRef(ImagePtr<unsigned short>());
-        FAIL() << "no exception";
     } catch (const CalibrationException& e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("calibration/CalibrationOffsetPreview.cpp("));
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("): CalibrationOffsetPreview: UpdateSingleOffsetRef failed"));
+        text = e.what();
     }
+    EXPECT_NE(std::string::npos, text.find("calibration/CalibrationOffsetPreview.cpp("));
+    const std::string message = "): CalibrationOffsetPreview: UpdateSingleOffsetRef failed";
+    EXPECT_EQ(text.size() - message.size(), text.rfind(message)) << text;
     ASSERT_EQ(3u, log.lines.size());
     EXPECT_NE(std::string::npos, log.lines[1].find("failed due to null pointer"));
 }

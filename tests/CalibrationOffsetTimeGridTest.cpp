@@ -7,10 +7,7 @@
 
 #include <cmath>
 
-using orvane::test::LogCapture;
-using orvane::test::MakeFilled;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
+using namespace orvane::test;
 
 namespace {
 
@@ -37,14 +34,6 @@ struct TimeGridFixture {
         calibration.DivideAccumulationAndUpdate(deltaTime);
     }
 
-    // The share c of a frame of value 10000 blended into the zero entry of delta
-    // time 0 with the given distances: the result is trunc((float)(10000 * c)).
-    float Share(float deltaTemperature, long long timeDifference) {
-        StoreEntry(0);
-        calibration.UpdateSingleOffsetRef(0, MakeFrame(width, 10000, timeDifference, 30.0f + deltaTemperature), false);
-        return store->Get(0)->GetData()[0] / 10000.0f;
-    }
-
     int width;
     boost::shared_ptr<ReferenceOffsetTimeGrid> store;
     CalibrationOffsetTimeGrid calibration;
@@ -52,6 +41,8 @@ struct TimeGridFixture {
 
 }  // namespace
 
+// The share c of a frame of value 10000 blended into a zero entry at the given
+// distances: the result is trunc((float)(10000 * c)).
 TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
     struct Case { float deltaTemperature; long long timeDifference; float share; };
     // Time differences are in "image.time" units; the classes count steps of 60.
@@ -60,27 +51,16 @@ TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
                           {7.0f, 0, 0.5f},       {0.0f, 21 * 60, 0.2f}, {0.0f, 80 * 60, 0.4f},
                           {0.0f, 81 * 60, 0.5f}, {1.2f, 85 * 60, 0.5f}, {0.0f, -81 * 60, 0.5f},
                           {0.0f, 21 * 60 - 1, 0.1f}};
-    int width = 11;
+    TimeGridFixture f(11);
     for (const Case& c : cases) {
-        TimeGridFixture f(width++);
-        EXPECT_FLOAT_EQ(c.share, f.Share(c.deltaTemperature, c.timeDifference))
+        f.StoreEntry(0);
+        f.calibration.UpdateSingleOffsetRef(0, MakeFrame(11, 10000, c.timeDifference, 30.0f + c.deltaTemperature), false);
+        EXPECT_FLOAT_EQ(c.share, f.store->Get(0)->GetData()[0] / 10000.0f)
             << "dT " << c.deltaTemperature << " dt " << c.timeDifference;
     }
 }
 
-TEST(CalibrationOffsetTimeGrid, BlendRoundsEachProductAndTruncatesTheSum) {
-    TimeGridFixture f(31);
-    f.StoreEntry(20);
-    *f.store->Get(20)->GetBuffer() = *f.store->Get(20)->GetBuffer() + 40001.0f;
-    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(31, 12347, 60 * 30, 30.2f), true);  // c = 0.2
-    const float c = 0.2f, v = static_cast<float>(1.0 - c);
-    const double sum = static_cast<double>(static_cast<float>(12347.0 * c)) +
-                       static_cast<double>(static_cast<float>(40001.0 * v));
-    EXPECT_EQ(static_cast<unsigned short>(sum), f.store->Get(20)->GetData()[0]);
-    EXPECT_EQ(60 * 30, f.store->Get(20)->GetProperty<long long>("image.time"));
-}
-
-TEST(CalibrationOffsetTimeGrid, StandbyIsUpdatedOnlyForItsDeltaTimeWhenAsked) {
+TEST(CalibrationOffsetTimeGrid, StandbyIsUpdatedOnlyForItsDeltaTimeWhenAskedOthersBlendIntoTheGrid) {
     TimeGridFixture f(32);
     f.StoreEntry(10);
     f.calibration.InitOffsetStandBy();
@@ -94,90 +74,77 @@ TEST(CalibrationOffsetTimeGrid, StandbyIsUpdatedOnlyForItsDeltaTimeWhenAsked) {
     EXPECT_EQ(5000, f.store->Get(10)->GetData()[0]);
     EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
 
+    // Another delta time is blended into its entry: each product rounded to float, the sum truncated.
     f.StoreEntry(20);
-    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(32, 10000, 0, 37.0f), true);
-    EXPECT_EQ(5000, f.store->Get(20)->GetData()[0]);
+    *f.store->Get(20)->GetBuffer() = *f.store->Get(20)->GetBuffer() + 40001.0f;
+    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(32, 12347, 60 * 30, 30.2f), true);  // c = 0.2
+    const float c = 0.2f, v = static_cast<float>(1.0 - c);
+    const double sum = static_cast<double>(static_cast<float>(12347.0 * c)) +
+                       static_cast<double>(static_cast<float>(40001.0 * v));
+    EXPECT_EQ(static_cast<unsigned short>(sum), f.store->Get(20)->GetData()[0]);
+    EXPECT_EQ(60 * 30, f.store->Get(20)->GetProperty<long long>("image.time"));
     EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
 }
 
-TEST(CalibrationOffsetTimeGrid, MissingPropertyFailsAndLeavesTheEntryAsItWas) {
+TEST(CalibrationOffsetTimeGrid, FailuresCarryTheirMessagesAndLeaveTheEntryAsItWas) {
     TimeGridFixture f(33);
     f.StoreEntry(0);
     Frame frame = MakeFilled<unsigned short>(33, 1, 500);
-    frame->SetProperty("image.temperature", 30.0f);
+    frame->SetProperty("image.temperature", 30.0f);  // no time
     LogCapture log;
-    try {
-        f.calibration.UpdateSingleOffsetRef(0, frame, false);
-        FAIL() << "no exception";
-    } catch (const CalibrationException& e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("): CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed"));
-    }
+    EXPECT_EQ("CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed",
+              FailureText([&] { f.calibration.UpdateSingleOffsetRef(0, frame, false); }));
     EXPECT_EQ(std::vector<unsigned short>(33, 0), Pixels(f.store->Get(0)));
     EXPECT_EQ(0, f.store->Get(0)->GetProperty<long long>("image.time"));
     EXPECT_EQ("I CalibrationOffsetTimeGrid : UpdateSingleOffsetRef\n", log.lines.front());
-}
+    EXPECT_EQ("CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed",
+              FailureText([&] { f.calibration.UpdateSingleOffsetRef(0, nullptr, false); }));
 
-TEST(CalibrationOffsetTimeGrid, ListsShorterThanTwoFailTheUpdate) {
-    const OffsetParameters& unknown = s_OffsetTimeGridParametersSet.lookup("Willow");
-    TimeGridFixture f(34, unknown);
-    f.StoreEntry(0);
-    EXPECT_THROW(f.calibration.UpdateSingleOffsetRef(0, MakeFrame(34, 1, 0, 30.0f), false), CalibrationException);
-}
-
-TEST(CalibrationOffsetTimeGrid, UnknownDeltaTimeFailsWithItsMessages) {
-    TimeGridFixture f(35);
-    f.calibration.Init();
-    f.calibration.AccumulateOffset(MakeFrame(35, 7, 0, 30.0f));
-    try {
-        f.calibration.DivideAccumulationAndUpdate(15);
-        FAIL() << "no exception";
-    } catch (const CalibrationException& e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("): CalibrationOffsetTimeGrid: DivideAccumulationAndUpdate "
-                                             "failed due to wrong indice delta time"));
-    }
-    // The series stays open and closes into a known entry.
-    f.calibration.DivideAccumulationAndUpdate(20);
+    f.calibration.AccumulateOffset(MakeFrame(33, 7, 0, 30.0f));
+    EXPECT_EQ("CalibrationOffsetTimeGrid: DivideAccumulationAndUpdate failed due to wrong indice delta time",
+              FailureText([&] { f.calibration.DivideAccumulationAndUpdate(15); }));
+    f.calibration.DivideAccumulationAndUpdate(20);  // the series stays open and closes into a known entry
     EXPECT_EQ(7, f.store->Get(20)->GetData()[0]);
+    EXPECT_EQ("CalibrationOffsetTimeGrid: DivideAccumulationAndUpdate failed",
+              FailureText([&] { f.calibration.DivideAccumulationAndUpdate(20); }));
     // The store's own refusal in an update reaches the caller unchanged.
-    EXPECT_THROW(f.calibration.UpdateSingleOffsetRef(15, MakeFrame(35, 1, 0, 30.0f), false), ReferenceException);
+    EXPECT_THROW(f.calibration.UpdateSingleOffsetRef(15, MakeFrame(33, 1, 0, 30.0f), false), ReferenceException);
+
+    TimeGridFixture unknown(34, s_OffsetTimeGridParametersSet.lookup("Willow"));  // lists shorter than two
+    unknown.StoreEntry(0);
+    EXPECT_THROW(unknown.calibration.UpdateSingleOffsetRef(0, MakeFrame(34, 1, 0, 30.0f), false), CalibrationException);
 }
 
-TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTime) {
-    ReferenceOffsetTimeGrid grid(3, 2, {0, 60, 600});
-    EXPECT_EQ(3, grid.GetNbReferences());
-    EXPECT_EQ(grid.GetAt(1), grid.Get(60));
-    EXPECT_NE(grid.GetAt(0), grid.GetStandbyOffset());
-    EXPECT_EQ(6, grid.GetAt(2)->GetPixelCount());
-    EXPECT_THROW(grid.GetAt(3), ReferenceException);
-    EXPECT_THROW(grid.GetAt(-1), ReferenceException);
-    EXPECT_THROW(grid.Get(61), ReferenceException);
+TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTimeSavedGridLoadsBackAndAnotherGridRefusesIt) {
     EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {}), ReferenceException);
     EXPECT_THROW(ReferenceOffsetTimeGrid(3, 2, {0, 60, 0}), ReferenceException);
-}
-
-TEST(ReferenceOffsetTimeGrid, SavedGridLoadsBackAndAnotherGridRefusesIt) {
-    orvane::test::ScratchDirectory scratch;
-    ReferenceOffsetTimeGrid saved(2, 1, {0, 60}, "grid.fxd");
+    ScratchDirectory scratch;
+    ReferenceOffsetTimeGrid saved(3, 1, {0, 60}, "grid.fxd");
+    EXPECT_EQ(2, saved.GetNbReferences());
+    EXPECT_EQ(saved.GetAt(1), saved.Get(60));
+    EXPECT_NE(saved.GetAt(0), saved.GetStandbyOffset());
+    EXPECT_EQ(3, saved.GetAt(1)->GetPixelCount());
+    EXPECT_THROW(saved.GetAt(2), ReferenceException);
+    EXPECT_THROW(saved.GetAt(-1), ReferenceException);
+    EXPECT_THROW(saved.Get(61), ReferenceException);
     saved.Get(60)->GetData()[1] = 4321;
     saved.Get(60)->SetProperty("image.time", 77);
     saved.GetStandbyOffset()->GetData()[0] = 99;
     saved.SetValid(true);
     saved.Save();
 
-    ReferenceOffsetTimeGrid loaded(2, 1, {0, 60}, "grid.fxd");
+    ReferenceOffsetTimeGrid loaded(3, 1, {0, 60}, "grid.fxd");
     const ImagePtr<unsigned short> live = loaded.Get(60);
     loaded.Load();
     EXPECT_EQ(live, loaded.Get(60));
-    EXPECT_EQ(std::vector<unsigned short>({0, 4321}), Pixels(live));
+    EXPECT_EQ(std::vector<unsigned short>({0, 4321, 0}), Pixels(live));
     EXPECT_EQ(77, live->GetProperty<int>("image.time"));
-    EXPECT_EQ(std::vector<unsigned short>({99, 0}), Pixels(loaded.GetStandbyOffset()));
+    EXPECT_EQ(std::vector<unsigned short>({99, 0, 0}), Pixels(loaded.GetStandbyOffset()));
     EXPECT_TRUE(loaded.IsValid());
 
-    ReferenceOffsetTimeGrid other(2, 1, {0, 120}, "grid.fxd");
+    ReferenceOffsetTimeGrid other(3, 1, {0, 120}, "grid.fxd");
     other.GetAt(0)->GetData()[0] = 5;
     EXPECT_THROW(other.Load(), ReferenceException);
-    EXPECT_EQ(std::vector<unsigned short>({5, 0}), Pixels(other.GetAt(0)));
+    EXPECT_EQ(std::vector<unsigned short>({5, 0, 0}), Pixels(other.GetAt(0)));
     EXPECT_FALSE(other.IsValid());
 }
