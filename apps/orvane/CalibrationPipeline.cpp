@@ -667,6 +667,9 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     }
     outputs.flatBefore = flatBefore;
     outputs.flatAfter = flatAfter;
+    if (!flatBefore) {  // the gain was saved, but its check flat could not be made
+        return;
+    }
     const GainLinearParameters& record = s_gainLinearParametersSet.lookup(request.model);
     const ImageAcquisition<unsigned char>* defects = finalMap ? finalMap->GetDM().get() : nullptr;
     const ImageAcquisition<unsigned short>& codes = *gainStore->GetGainLinear();
