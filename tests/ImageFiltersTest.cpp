@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <stdexcept>
@@ -25,9 +26,7 @@ ImagePtr<float> Image(int width, int height, const std::vector<float>& pixels) {
     return image;
 }
 
-ImagePtr<float> Row(const std::vector<float>& pixels) {
-    return Image(static_cast<int>(pixels.size()), 1, pixels);
-}
+ImagePtr<float> Row(const std::vector<float>& pixels) { return Image(static_cast<int>(pixels.size()), 1, pixels); }
 
 // filter(source, arguments..., target) into a fresh target; its pixels.
 template <typename Filter, typename... Arguments>
@@ -40,13 +39,9 @@ std::vector<float> Filtered(Filter filter, const ImagePtr<float>& source, Argume
 // Equal bit for bit, sign of zero included; any NaN equals any NaN.
 void ExpectSamePixels(const std::vector<float>& expected, const std::vector<float>& actual) {
     ASSERT_EQ(expected.size(), actual.size());
-    for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(std::isnan(expected[i]), std::isnan(actual[i])) << "pixel " << i;
-        if (!std::isnan(expected[i])) {
-            EXPECT_EQ(expected[i], actual[i]) << "pixel " << i;
-            EXPECT_EQ(std::signbit(expected[i]), std::signbit(actual[i])) << "pixel " << i;
-        }
-    }
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_TRUE(std::isnan(expected[i]) ? std::isnan(actual[i]) : !std::memcmp(&expected[i], &actual[i], 4))
+            << "pixel " << i << ": " << expected[i] << " expected, " << actual[i] << " found";
 }
 
 // Moving windows along each row, each window gathered and reduced afresh.
@@ -91,9 +86,7 @@ std::vector<float> PlainMorphology(const std::vector<float>& pixels, int w, int 
 }  // namespace
 
 TEST(ImageFilters, MedianAverageAndThresholdOnSpecialValues) {
-    // An even window reaches one further left: x - 2 .. x + 1; -0.0 ranks below +0.0.
-    ExpectSamePixels({1, 4, 2, 2, 3, 8, 8, 7, 6, 6},
-                     Filtered(ApplyMedianFilter, Image(5, 2, {5, 1, 4, 2, 3, 9, 8, 7, 6, 5}), 4));
+    // A window without any number gives NaN; -0.0 ranks below +0.0.
     ExpectSamePixels({3, 3, 3, kNaN}, Filtered(ApplyMedianFilter, Row({kNaN, 3, kNaN, kNaN}), 3));
     ExpectSamePixels({-0.0f, 0.0f, 0.0f}, Filtered(ApplyMedianFilter, Row({-0.0f, 0.0f, 0.0f}), 3));
     ExpectSamePixels({kInf, kInf, kInf, -kInf, -kInf}, Filtered(ApplyAverageFilter, Row({1, kInf, 1, 1, -kInf}), 3));
