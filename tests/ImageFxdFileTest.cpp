@@ -136,24 +136,19 @@ TYPED_TEST(ImageFxdRoundTrip, FramesAndPropertiesComeBackBitExact) {
     EXPECT_TRUE(in.GetProperties(1).empty());
 }
 
-TEST(ImageFxdFile, LayoutIsTheDocumentedOne) {
-    ScratchDirectory directory;
-    WriteSmallFile("small.fxd");
-    const std::string bytes = ReadBytes("small.fxd");
-    const std::string block = "frame 0 0:\n1 5:image 0:\n2 4:time 3:100\n";
-    ASSERT_EQ(128 + block.size() + 2 * 6 * 2, bytes.size());
-    std::string header = "OFXD" + std::string(124, '\0');  // then 96 reserved zero bytes
-    const std::vector<std::int32_t> fields = {1, 3, 2, 1, 2, std::int32_t(block.size()), 1};
-    for (size_t i = 0; i < fields.size(); ++i) header = WithInt32At(header, 4 + 4 * i, fields[i]);
-    EXPECT_EQ(header, bytes.substr(0, 128));
-    EXPECT_EQ(block, bytes.substr(128, block.size()));
-    EXPECT_EQ(std::string("\x06\x00", 2), bytes.substr(128 + block.size() + 10, 2));  // pixel 5: 6
-}
-
-TEST(ImageFxdFile, DamagedFilesAndWrongFramesAreRefusedWithTheReason) {
+TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefusedWithTheReason) {
     ScratchDirectory directory;
     WriteSmallFile("good.fxd");
     const std::string good = ReadBytes("good.fxd");
+    const std::string block = "frame 0 0:\n1 5:image 0:\n2 4:time 3:100\n";
+    ASSERT_EQ(128 + block.size() + 2 * 6 * 2, good.size());
+    std::string header = "OFXD" + std::string(124, '\0');  // then 96 reserved zero bytes
+    const std::vector<std::int32_t> fields = {1, 3, 2, 1, 2, std::int32_t(block.size()), 1};
+    for (size_t i = 0; i < fields.size(); ++i) header = WithInt32At(header, 4 + 4 * i, fields[i]);
+    EXPECT_EQ(header, good.substr(0, 128));
+    EXPECT_EQ(block, good.substr(128, block.size()));
+    EXPECT_EQ(std::string("\x06\x00", 2), good.substr(128 + block.size() + 10, 2));  // pixel 5: 6
+
     EXPECT_EQ("", OpenFailure("good.fxd"));
     EXPECT_EQ("ImageFxdFileIn: 'missing.fxd' cannot be opened", OpenFailure("missing.fxd"));
     std::string badBlock = good;
