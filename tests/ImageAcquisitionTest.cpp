@@ -88,6 +88,7 @@ TEST(ImageBufferExtract, RectanglesInsideAreReadRowAfterRowOthersAreRefused) {
     // One column or row too many, x or y on the edge, each value negative.
     const int refused[][4] = {{1, 1, 4, 2}, {1, 1, 3, 3}, {4, 0, 0, 1}, {0, 3, 1, 0},
                               {-1, 0, 1, 1}, {0, -1, 1, 1}, {0, 0, -1, 1}, {0, 0, 1, -1}};
+    EXPECT_THROW(buffer.Extract(0, 0, 1, 1, 4, 4), std::out_of_range);  // an image larger than the buffer
     for (const auto& r : refused) {
         try {
             buffer.Extract(r[0], r[1], r[2], r[3], 4, 3);
