@@ -81,19 +81,6 @@ TEST(HighPassMedian, MatchesTheSortedWindowsInsideTheAreaAndChangesNothingElse) 
     }
 }
 
-TEST(HighPassMedian, WindowIsReflectedAtTheAreaAndEvenSizesReachDownward) {
-    // Down a single column every pixel is the first of its row, so its level is the
-    // sample of rank 2 of the window 1 x 5 (the lowest of 1 x 2).
-    auto result = MakeFilled<float>(1, 7, 0.0f);
-    LogCapture log;
-    Subtract(MakeImage<float>(1, 7, {0, 9, 9, 4, 9, 9, 0}), result, ROI(0, 0, 7, 1), 1, 5, 10);
-    EXPECT_EQ(Floats({-9, -4, -4, -9, -4, -4, -9}), Pixels(result));
-    EXPECT_EQ(std::vector<std::string>({"I High Pass Median Subtract\n"}), log.lines);
-    result = MakeFilled<float>(1, 3, 0.0f);
-    Subtract(MakeImage<float>(1, 3, {5, 8, 3}), result, ROI(0, 0, 3, 1), 1, 2, 10);
-    EXPECT_EQ(Floats({-5, -3, -3}), Pixels(result));
-}
-
 TEST(HighPassMedian, DivideTestsTheMedianAndDivideLogThePixelForZero) {
     const Floats pixels = {6.0f, -1.5f, 0.0f, 7.25f};
     const auto source = MakeFilled<float>(2, 2, 4.0f);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <stdexcept>
@@ -25,9 +26,7 @@ ImagePtr<float> Image(int width, int height, const std::vector<float>& pixels) {
     return image;
 }
 
-ImagePtr<float> Row(const std::vector<float>& pixels) {
-    return Image(static_cast<int>(pixels.size()), 1, pixels);
-}
+ImagePtr<float> Row(const std::vector<float>& pixels) { return Image(static_cast<int>(pixels.size()), 1, pixels); }
 
 // filter(source, arguments..., target) into a fresh target; its pixels.
 template <typename Filter, typename... Arguments>
@@ -40,13 +39,9 @@ std::vector<float> Filtered(Filter filter, const ImagePtr<float>& source, Argume
 // Equal bit for bit, sign of zero included; any NaN equals any NaN.
 void ExpectSamePixels(const std::vector<float>& expected, const std::vector<float>& actual) {
     ASSERT_EQ(expected.size(), actual.size());
-    for (size_t i = 0; i < expected.size(); ++i) {
-        EXPECT_EQ(std::isnan(expected[i]), std::isnan(actual[i])) << "pixel " << i;
-        if (!std::isnan(expected[i])) {
-            EXPECT_EQ(expected[i], actual[i]) << "pixel " << i;
-            EXPECT_EQ(std::signbit(expected[i]), std::signbit(actual[i])) << "pixel " << i;
-        }
-    }
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_TRUE(std::isnan(expected[i]) ? std::isnan(actual[i]) : !std::memcmp(&expected[i], &actual[i], 4))
+            << "pixel " << i << ": " << expected[i] << " expected, " << actual[i] << " found";
 }
 
 // Moving windows along each row, each window gathered and reduced afresh.
@@ -90,22 +85,14 @@ std::vector<float> PlainMorphology(const std::vector<float>& pixels, int w, int 
 
 }  // namespace
 
-TEST(ImageFilters, MedianTakesTheLowerMiddleOfWindowsCutAtTheRowEnds) {
-    const auto image = Image(5, 2, {5, 1, 4, 2, 3, 9, 8, 7, 6, 5});
-    ExpectSamePixels({1, 4, 2, 3, 2, 8, 8, 7, 6, 5}, Filtered(ApplyMedianFilter, image, 3));
-    // An even window reaches one further left: x - 2 .. x + 1.
-    ExpectSamePixels({1, 4, 2, 2, 3, 8, 8, 7, 6, 6}, Filtered(ApplyMedianFilter, image, 4));
+TEST(ImageFilters, MedianAverageAndThresholdOnSpecialValues) {
+    // A window without any number gives NaN; -0.0 ranks below +0.0.
     ExpectSamePixels({3, 3, 3, kNaN}, Filtered(ApplyMedianFilter, Row({kNaN, 3, kNaN, kNaN}), 3));
-    // -0.0 ranks below +0.0.
     ExpectSamePixels({-0.0f, 0.0f, 0.0f}, Filtered(ApplyMedianFilter, Row({-0.0f, 0.0f, 0.0f}), 3));
-}
-
-TEST(ImageFilters, AverageOfWindowsCutAtTheRowEndsWithInfinities) {
-    ExpectSamePixels({1.5f, 2, 3, static_cast<float>(17.0 / 3.0), 7},
-                     Filtered(ApplyAverageFilter, Row({1, 2, 3, 4, 10}), 3));
     ExpectSamePixels({kInf, kInf, kInf, -kInf, -kInf}, Filtered(ApplyAverageFilter, Row({1, kInf, 1, 1, -kInf}), 3));
     ExpectSamePixels({kInf, kNaN, -kInf}, Filtered(ApplyAverageFilter, Row({kInf, -kInf, 2}), 2));
     ExpectSamePixels({3, 3, kNaN}, Filtered(ApplyAverageFilter, Row({3, kNaN, kNaN}), 2));
+    ExpectSamePixels({0, 1, 1, 0, 0, 1}, Filtered(ApplyThreshold, Row({59.99f, 60, 60.01f, kNaN, -kInf, kInf}), 60.0f));
 }
 
 TEST(ImageFilters, MedianAndAverageMatchPlainWindowsOnRandomRows) {
@@ -136,25 +123,17 @@ TEST(ImageFilters, MedianAndAverageMatchPlainWindowsOnRandomRows) {
     }
 }
 
-TEST(ImageFilters, ThresholdSetsOneAtOrAboveIt) {
-    ExpectSamePixels({0, 1, 1, 0, 0, 1}, Filtered(ApplyThreshold, Row({59.99f, 60, 60.01f, kNaN, -kInf, kInf}), 60.0f));
-}
-
-TEST(ImageFilters, ErosionSubtractsTheElementAroundItsOrigin) {
+TEST(ImageFilters, ErosionOpeningAndClosingMatchTermByTermAroundTheElementOrigin) {
     // Origin (columns / 2, rows / 2): for an element [0 5] the term of 5 is the pixel
     // itself, the term of 0 its left (or upper) neighbour.
     float pair[2] = {0, 5};
     ExpectSamePixels({5, 10, 20}, Filtered(ApplyErodeFilter, Row({10, 20, 30}), pair, 2, 1));
     ExpectSamePixels({5, 10, 20}, Filtered(ApplyErodeFilter, Image(1, 3, {10, 20, 30}), pair, 1, 2));
+    ExpectSamePixels({10, 20, 25}, Filtered(ApplyOpenFilter, Row({10, 20, 30}), pair, 2, 1));
+    ExpectSamePixels({15, 20, 30}, Filtered(ApplyCloseFilter, Row({10, 20, 30}), pair, 2, 1));
     // The most negative float leaves the pixel itself out: its two neighbours count.
     float neighbours[3] = {0, std::numeric_limits<float>::lowest(), 0};
     ExpectSamePixels({0, 1, 0, 0, 1}, Filtered(ApplyErodeFilter, Row({1, 0, 1, 1, 0}), neighbours, 3, 1));
-}
-
-TEST(ImageFilters, OpeningAndClosingComposeErosionAndDilation) {
-    float pair[2] = {0, 5};
-    ExpectSamePixels({10, 20, 25}, Filtered(ApplyOpenFilter, Row({10, 20, 30}), pair, 2, 1));
-    ExpectSamePixels({15, 20, 30}, Filtered(ApplyCloseFilter, Row({10, 20, 30}), pair, 2, 1));
 
     std::vector<float> shape;
     for (int row = 0; row < 4; ++row) shape.insert(shape.end(), {0, 0, 200, 0, 200, 0, 0});
@@ -174,21 +153,19 @@ TEST(ImageFilters, OpeningAndClosingComposeErosionAndDilation) {
 
 TEST(ImageFilters, InterpolateFromSideFillsFromTheNearestFiniteSide) {
     std::vector<float> pixels = {kNaN, 1, kNaN, kNaN, kNaN, 5, kInf};
-    pixels.insert(pixels.end(), 7, kNaN);  // a row without any finite pixel stays so
+    pixels.insert(pixels.end(), 7, kNaN);
     const auto image = Image(7, 2, pixels);
-    const auto filled = [&](boost::logic::tribool side) {
+    const auto expectFilled = [&](boost::logic::tribool side, std::vector<float> row) {
         auto target = MakeImage<float>(7, 2);
         InterpolateFromSide(image, target, side);
-        return std::vector<float>(target->GetData(), target->GetData() + 7);
+        row.insert(row.end(), 7, kNaN);  // a row without any finite pixel stays so
+        ExpectSamePixels(row, Pixels(target));
     };
     // A tie (x = 3) goes to the left; an end without a finite pixel takes the other side.
-    ExpectSamePixels({1, 1, 1, 1, 5, 5, 5}, filled(boost::logic::indeterminate));
-    ExpectSamePixels({1, 1, 1, 1, 1, 5, 5}, filled(true));
-    ExpectSamePixels({1, 1, 5, 5, 5, 5, 5}, filled(false));
+    expectFilled(boost::logic::indeterminate, {1, 1, 1, 1, 5, 5, 5});
+    expectFilled(true, {1, 1, 1, 1, 1, 5, 5});
+    expectFilled(false, {1, 1, 5, 5, 5, 5, 5});
     ExpectSamePixels(pixels, Pixels(image));
-    auto target = MakeImage<float>(7, 2);
-    InterpolateFromSide(image, target, true);
-    ExpectSamePixels(std::vector<float>(7, kNaN), std::vector<float>(target->GetData() + 7, target->GetData() + 14));
 }
 
 TEST(ImageFilters, PixelAndBadArguments) {

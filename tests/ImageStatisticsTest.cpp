@@ -98,30 +98,27 @@ TEST(Scaling, MinMaxThenParametersThenQuantisation) {
               FailureText([&] { ComputeScalingQuantification(source, {}, ROI(), 1, 0); }));
 }
 
-TEST(CountPositivePixels, FloatCountsAboveZeroAndBytesCountNonZero) {
+TEST(SmallTools, CountPositiveSelectMedianAndKeepInRange) {
+    // Floats count above zero, bytes count non-zero.
     EXPECT_EQ(3ul, CountPositivePixels(MakeImage<float>(7, 1, {0, -1, kNaN, 0.5f, kInf, 1e-45f, -0.0f})));
     EXPECT_EQ(2ul, CountPositivePixels(MakeImage<unsigned char>(2, 2, {0, 255, 1, 0})));
-}
-
-TEST(SelectMedian, GivesTheLowerMiddleOfASortedCopyAndLosesNothing) {
+    // KeepInRange keeps the bounds, drops NaN and works in place; the rest stays as it was.
+    Floats v = {3, 1, kNaN, 2, 5, 2, -1, 4};
+    EXPECT_EQ(4, KeepInRange(v.data(), v.data(), 8, 1, 3));
+    EXPECT_EQ(Floats({3, 1, 2, 2, 5}), Floats(v.begin(), v.begin() + 5));
+    // SelectMedian gives the lower middle of a sorted copy and loses nothing.
     std::mt19937 random(3);
     for (int range : {1, 5, 1000}) {
         std::uniform_int_distribution<int> value(-range, range);
         for (unsigned count = 1; count <= 60; ++count) {
             Floats values(count);
-            for (float& v : values) v = value(random) * 0.5f;
+            for (float& x : values) x = value(random) * 0.5f;
             Floats sorted = values;
             std::sort(sorted.begin(), sorted.end());
             EXPECT_EQ(sorted[(count - 1) / 2], SelectMedian(values.data(), count)) << count;
             EXPECT_TRUE(std::is_permutation(values.begin(), values.end(), sorted.begin()));
         }
     }
-}
-
-TEST(KeepInRange, KeepsTheBoundsDropsNaNAndWorksInPlace) {
-    Floats v = {3, 1, kNaN, 2, 5, 2, -1, 4};
-    EXPECT_EQ(4, KeepInRange(v.data(), v.data(), 8, 1, 3));
-    EXPECT_EQ(Floats({3, 1, 2, 2, 5}), Floats(v.begin(), v.begin() + 5));  // the rest as it was
 }
 
 TEST(MeanAndSigma, PopulationSigmaWithSumsInDouble) {

@@ -18,7 +18,7 @@ std::ostream& operator<<(std::ostream& stream, const Counted& counted) { return 
 
 }  // namespace
 
-TEST(LogAndThrow, ThrowsFileLineAndMessageAndLogsTheChainInnerFirst) {
+TEST(LogAndThrow, ThrowsFileLineAndMessageLogsTheChainInnerFirstAndCopiesKeepTheType) {
     try {  // composed also without a sink
         LogAndThrow<ImageFileException>("Writer: no space", "tools/image/ImageFxdFile", 7);
     } catch (const ImageFileException& e) {
@@ -39,11 +39,9 @@ TEST(LogAndThrow, ThrowsFileLineAndMessageAndLogsTheChainInnerFirst) {
               log.lines);
     EXPECT_THROW(LogAndThrow<CalibrationException>("here", __FILE__, __LINE__), CalibrationException);
     EXPECT_EQ(0, log.lines.back().rfind("E tests/LogAndThrowTest.cpp(", 0)) << "source directory not stripped";
-}
 
-TEST(Exceptions, CloneAndRaiseKeepTheConcreteType) {
-    const ReferenceException original("store refused");
-    std::unique_ptr<BaseException> copy(original.Clone());
+    // Copies raise their concrete type.
+    std::unique_ptr<BaseException> copy(ReferenceException("store refused").Clone());
     EXPECT_STREQ("store refused", copy->what());
     EXPECT_THROW(copy->Raise(), ReferenceException);
     EXPECT_STREQ("extract out of buffer range",

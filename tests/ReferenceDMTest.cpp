@@ -35,15 +35,12 @@ TEST(ReferenceDM, MergeAddsACopyOfTheExternalMapWithWrapAround) {
 
 TEST(ReferenceDM, SaveAndLoadKeepMapExternalMapAndFlags) {
     ScratchDirectory directory;
-    {
-        ReferenceDM saved(2, 2, "dm.fxd");
-        std::copy_n(Bytes{1, 0, 9, 17}.begin(), 4, saved.GetDM()->GetData());
-        saved.SetExternalDM(MakeImage<unsigned char>(2, 2, {0, 4, 0, 0}));
-        saved.SetMerged(true);
-        saved.SetValid(true);
-        saved.Save();
-    }
-    ReferenceDM loaded(2, 2, "dm.fxd");
+    ReferenceDM saved(2, 2, "dm.fxd"), loaded(2, 2, "dm.fxd");
+    std::copy_n(Bytes{1, 0, 9, 17}.begin(), 4, saved.GetDM()->GetData());
+    saved.SetExternalDM(MakeImage<unsigned char>(2, 2, {0, 4, 0, 0}));
+    saved.SetMerged(true);
+    saved.SetValid(true);
+    saved.Save();
     loaded.Load();
     EXPECT_EQ(Bytes({1, 0, 9, 17}), Pixels(loaded.GetDM()));
     EXPECT_TRUE(loaded.IsMerged() && loaded.IsValid());

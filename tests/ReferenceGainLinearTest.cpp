@@ -34,17 +34,6 @@ TEST(ReferenceGainLinear, CodesStayWithinHalfAStepOnTheGainRangeAndZeroIsNoUsabl
     }
 }
 
-TEST(ReferenceGainLinear, RefusesMissingAndMismatchedImages) {
-    ReferenceGainLinear store(4, 2);
-    EXPECT_THROW(store.CompressImage(MakeImage<float>(4, 2), nullptr), ReferenceException);
-    EXPECT_THROW(store.CompressImage(MakeImage<float>(2, 4), store.GetGainLinear()), ReferenceException);
-    EXPECT_THROW(store.DeCompressImage(store.GetGainLinear(), MakeImage<float>(4, 3)), ReferenceException);
-    EXPECT_THROW(CorrectionGainLinear(nullptr), ReferenceException);
-    CorrectionGainLinear correction(boost::make_shared<ReferenceGainLinear>(4, 2));
-    ImagePtr<float> wrong = MakeImage<float>(4, 3);
-    EXPECT_THROW(correction.Correct(wrong), ReferenceException);
-}
-
 TEST(ReferenceGainLinear, SaveAndLoadKeepGainPropertiesAndInversion) {
     ScratchDirectory directory;
     ReferenceGainLinear saved(3, 2, "gain.fxd"), loaded(3, 2, "gain.fxd"), otherSize(2, 3, "gain.fxd");
@@ -66,7 +55,7 @@ TEST(ReferenceGainLinear, SaveAndLoadKeepGainPropertiesAndInversion) {
     EXPECT_FALSE(otherSize.IsValid());
 }
 
-TEST(CorrectionGainLinear, DividesOrMultipliesByTheStoredGain) {
+TEST(CorrectionGainLinear, DividesOrMultipliesByTheStoredGainAndRefusesMismatchedImages) {
     auto store = boost::make_shared<ReferenceGainLinear>(4, 1);
     store->CompressImage(MakeImage<float>(4, 1, {2.0f, 0.5f, 1.5f, 0.0f}), store->GetGainLinear());
     CorrectionGainLinear correction(store);
@@ -78,4 +67,10 @@ TEST(CorrectionGainLinear, DividesOrMultipliesByTheStoredGain) {
                             : std::vector<float>{500.0f, 2000.0f, 1000.0f / 1.5f, 0.0f}),
                   Pixels(image));
     }
+    ImagePtr<float> wrong = MakeImage<float>(4, 2);
+    EXPECT_THROW(correction.Correct(wrong), ReferenceException);
+    EXPECT_THROW(CorrectionGainLinear(nullptr), ReferenceException);
+    EXPECT_THROW(store->CompressImage(MakeImage<float>(4, 1), nullptr), ReferenceException);
+    EXPECT_THROW(store->CompressImage(MakeImage<float>(1, 4), store->GetGainLinear()), ReferenceException);
+    EXPECT_THROW(store->DeCompressImage(store->GetGainLinear(), MakeImage<float>(4, 2)), ReferenceException);
 }
