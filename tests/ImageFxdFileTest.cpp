@@ -1,24 +1,45 @@
 #include "TestImages.h"
 
 #include "correction/ReferenceFile.h"
+#include "interfaces/CorrectionGainLinear.h"
+#include "interfaces/ReferenceDM.h"
+#include "interfaces/ReferenceGainLinear.h"
+#include "interfaces/ReferenceGainPoly.h"
 #include "tools/ImageFxdFile.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 #include <limits>
+#include <memory>
+#include <ostream>
 #include <regex>
+#include <stdexcept>
 #include <type_traits>
 
 using boost::property_tree::ptree;
-using orvane::test::LogCapture;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
-using orvane::test::ScratchDirectory;
+using namespace orvane::test;
+using Bytes = std::vector<unsigned char>;
+using Lines = std::vector<std::string>;
 
 namespace {
+
+const float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
+
+// Saves `saved` as valid and loads it into `loaded`; `refused`, of another size or
+// coefficient count, refuses the file and stays invalid.
+template <typename Store>
+void SaveLoadAndRefuse(Store& saved, Store& loaded, Store& refused) {
+    saved.SetValid(true);
+    saved.Save();
+    loaded.Load();
+    EXPECT_TRUE(loaded.IsValid());
+    EXPECT_THROW(refused.Load(), ReferenceException);
+    EXPECT_FALSE(refused.IsValid());
+}
 
 std::string ReadBytes(const std::string& name) {
     std::ifstream in(name, std::ios::binary);
@@ -47,19 +68,6 @@ std::string FormatFailure(Call call) {
 }
 std::string OpenFailure(const std::string& name) {
     return FormatFailure([&] { ImageFxdFileIn file(name); });
-}
-
-// Two frames of 3x2 with properties on frame 0: 128 + block + 2 x 6 x 2 bytes.
-void WriteSmallFile(const std::string& name) {
-    ImageFxdFileOut file(name);
-    ptree properties;
-    properties.put("image.time", 100);
-    file.SetProperties(properties, 0);
-    file.Open(3, 2, 1, true);
-    const std::vector<unsigned short> pixels = {1, 2, 3, 4, 5, 6};
-    file.WriteFrame(pixels.data(), 1);
-    file.WriteFrame(pixels.data(), 0);
-    file.Close();
 }
 
 // Values whose bits a careless copy would change: signed zero, a denormal, NaN, the
@@ -95,6 +103,11 @@ std::string LoadFailure(int width, int height, const std::string& path) {
     EXPECT_TRUE(store.IsValid());
     return message;
 }
+
+struct Counted {  // counts how often it is written to a stream
+    int* writes;
+};
+std::ostream& operator<<(std::ostream& stream, const Counted& counted) { return stream << ++*counted.writes; }
 
 template <typename T>
 class ImageFxdRoundTrip : public ::testing::Test {};
@@ -138,7 +151,16 @@ TYPED_TEST(ImageFxdRoundTrip, FramesAndPropertiesComeBackBitExact) {
 
 TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefusedWithTheReason) {
     ScratchDirectory directory;
-    WriteSmallFile("good.fxd");
+    // Two frames of 3x2 with properties on frame 0: 128 + block + 2 x 6 x 2 bytes.
+    ImageFxdFileOut out("good.fxd");
+    ptree properties;
+    properties.put("image.time", 100);
+    out.SetProperties(properties, 0);
+    out.Open(3, 2, 1, true);
+    const std::vector<unsigned short> pixels = {1, 2, 3, 4, 5, 6};
+    out.WriteFrame(pixels.data(), 1);
+    out.WriteFrame(pixels.data(), 0);
+    out.Close();
     const std::string good = ReadBytes("good.fxd");
     const std::string block = "frame 0 0:\n1 5:image 0:\n2 4:time 3:100\n";
     ASSERT_EQ(128 + block.size() + 2 * 6 * 2, good.size());
@@ -186,75 +208,266 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     EXPECT_EQ(std::vector<unsigned short>({1, 2, 3, 4, 5, 6}), Pixels(file.ReadImage<unsigned short>(1)));
 }
 
-TEST(ImageFxdFile, WriteFrameFailureIsLoggedWithTheWritersHeaderAsFile) {
-    ScratchDirectory directory;
+TEST(LogAndThrow, LinesReachTheSinksInOrderThrowsLogTheChainInnerFirstAndCopiesKeepTheType) {
+    // Lines are composed only while a sink listens.
+    int writes = 0;
+    Lines heard;
+    orvane::detail::LogInfo("nobody hears this ", Counted{&writes});
+    const int first = logger::manager().add_sink([&](const std::string& s) { heard.push_back("1 " + s); });
+    const int second = logger::manager().add_sink([&](const std::string& s) { heard.push_back("2 " + s); });
+    orvane::detail::LogInfo("CalibrationOffsetDynamic : UpdateSingleOffsetRef");
+    logger::manager().log("");
+    logger::manager().remove_sink(second);
+    orvane::detail::LogError("value ", Counted{&writes});
+    logger::manager().remove_sink(first);
+    EXPECT_EQ(Lines({"1 I CalibrationOffsetDynamic : UpdateSingleOffsetRef\n",
+                     "2 I CalibrationOffsetDynamic : UpdateSingleOffsetRef\n", "1 E value 1\n"}),
+              heard);
+    EXPECT_EQ(1, writes);
+    EXPECT_TRUE(logger::manager().empty_sink());
+
+    try {  // composed also without a sink
+        LogAndThrow<ImageFileException>("Writer: no space", "tools/image/ImageFxdFile", 7);
+    } catch (const ImageFileException& e) {
+        EXPECT_STREQ("tools/image/ImageFxdFile(7): Writer: no space", e.what());
+    }
     LogCapture log;
+    try {
+        try {
+            LogAndThrow<CalibrationException>("Inner: step failed", "calibration/Inner.cpp", 12);
+        } catch (...) {
+            LogAndThrow<CalibrationException>("Outer: operation failed", "calibration/Outer.cpp", 34);
+        }
+    } catch (const CalibrationException& e) {
+        EXPECT_STREQ("calibration/Outer.cpp(34): Outer: operation failed", e.what());
+    }
+    ASSERT_EQ(Lines({"E calibration/Inner.cpp(12): Inner: step failed\n",
+                     "E calibration/Outer.cpp(34): Outer: operation failed\n"}),
+              log.lines);
+    EXPECT_THROW(LogAndThrow<CalibrationException>("here", __FILE__, __LINE__), CalibrationException);
+    EXPECT_EQ(0, log.lines.back().rfind("E tests/ImageFxdFileTest.cpp(", 0)) << "source directory not stripped";
+    // The writer fails through it, with its own source as the file.
     ImageFxdFileOut file("never-opened.fxd");
     const unsigned short pixel = 1;
     try {
         file.WriteFrame(&pixel, 0);
-        FAIL() << "no exception";
+        ADD_FAILURE() << "no exception";
     } catch (const ImageFileException& e) {
         EXPECT_TRUE(std::regex_match(e.what(), std::regex(R"(tools/image/ImageFxdFile\([1-9][0-9]*\): )"
                                                           R"(Impossible to write image 'never-opened\.fxd')")))
             << e.what();
-        EXPECT_EQ(std::vector<std::string>({"E " + std::string(e.what()) + "\n"}), log.lines);
+        EXPECT_EQ("E " + std::string(e.what()) + "\n", log.lines.back());
+        EXPECT_EQ(4u, log.lines.size());
     }
+
+    // Copies raise their concrete type.
+    std::unique_ptr<BaseException> copy(ReferenceException("store refused").Clone());
+    EXPECT_STREQ("store refused", copy->what());
+    EXPECT_THROW(copy->Raise(), ReferenceException);
+    EXPECT_STREQ("extract out of buffer range",
+                 ImageFormatException(std::out_of_range("extract out of buffer range")).what());
 }
 
-TEST(ReferenceFile, OffsetStoreIsSavedAndLoadedIntoItsLiveImageAnInMemoryOneNeither) {
+TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeNothing) {
     ScratchDirectory directory;
-    ReferenceOffsetSimple saved(3, 2, "offset.fxd"), loaded(3, 2, "offset.fxd"), inMemory(2, 1);
+    ReferenceOffsetSimple saved(3, 2, "offset.fxd"), loaded(3, 2, "offset.fxd"), wide(2, 3, "offset.fxd");
     *saved.GetOffset()->GetBuffer() = *MakeImage<unsigned short>(3, 2, {9, 8, 7, 6, 5, 65535})->GetBuffer();
     saved.GetOffset()->SetProperty("image.time", 42);
-    saved.SetValid(true);
-    saved.Save();
     const ImagePtr<unsigned short> live = loaded.GetOffset();
-    loaded.Load();
+    SaveLoadAndRefuse(saved, loaded, wide);
     EXPECT_EQ(live, loaded.GetOffset());
     EXPECT_EQ(Pixels(saved.GetOffset()), Pixels(live));
     EXPECT_TRUE(live->GetProperties() == saved.GetOffset()->GetProperties());
-    EXPECT_TRUE(loaded.IsValid());
+    ReferenceOffsetSimple inMemory(2, 1);
 
     inMemory.GetOffset()->GetData()[0] = 5;
     inMemory.Save();
     inMemory.Load();
     EXPECT_EQ(std::vector<std::string>({"offset.fxd"}), directory.Entries());
     EXPECT_EQ(std::vector<unsigned short>({5, 0}), Pixels(inMemory.GetOffset()));
-}
 
-TEST(ReferenceFile, FailedLoadLeavesTheStoreAndFailedSaveTheFileAsItWas) {
-    ScratchDirectory directory;
-    ReferenceOffsetSimple saved(3, 2, "wide.fxd");
-    saved.Save();
-    const std::string bytes = ReadBytes("wide.fxd");
+    // A failed load leaves the store, a failed save the file as it was.
+    const std::string bytes = ReadBytes("offset.fxd");
     WriteBytes("cut.fxd", bytes.substr(0, bytes.size() - 2));
     orvane::detail::WriteReferenceFile<unsigned short>(Reference("otherkind.fxd"), "ReferenceOther",
                                                        {saved.GetOffset()}, {});
     EXPECT_NE(std::string::npos,
               LoadFailure(3, 2, "cut.fxd")
                   .find("ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"));
-    EXPECT_NE(std::string::npos, LoadFailure(2, 3, "wide.fxd").find("are 3x2, the store's are 2x3"));
+    EXPECT_NE(std::string::npos, LoadFailure(2, 3, "offset.fxd").find("are 3x2, the store's are 2x3"));
     EXPECT_NE(std::string::npos, LoadFailure(3, 2, "otherkind.fxd").find("file of a ReferenceOther"));
     EXPECT_NE(std::string::npos, LoadFailure(3, 2, "missing.fxd").find("cannot be opened"));
 
-    std::filesystem::create_directory("wide.fxd.part");  // the file cannot be written
-    saved.SetValid(true);
+    std::filesystem::create_directory("offset.fxd.part");  // the file cannot be written
     EXPECT_THROW(saved.Save(), ReferenceException);
-    EXPECT_EQ(bytes, ReadBytes("wide.fxd"));
-}
+    EXPECT_EQ(bytes, ReadBytes("offset.fxd"));
 
-TEST(ReferenceFile, StoreStateWithoutImagesComesBack) {
-    ScratchDirectory directory;
-    Reference store("state.fxd"), loaded("state.fxd");
+    // A store state without images comes back.
+    Reference store("state.fxd"), state("state.fxd");
     store.SetValid(true);
     ptree settings;
     settings.put("grid.deltaTime", 500);
     orvane::detail::WriteReferenceFile<unsigned char>(store, "ReferenceState", {}, settings);
-    auto content = orvane::detail::ReadReferenceFile<unsigned char>(loaded, "ReferenceState", 0, 0, -1);
+    auto content = orvane::detail::ReadReferenceFile<unsigned char>(state, "ReferenceState", 0, 0, -1);
     EXPECT_TRUE(content.images.empty());
     EXPECT_TRUE(content.settings == settings);
-    EXPECT_FALSE(loaded.IsValid());
-    orvane::detail::CommitReferenceFile(loaded, content, {});
-    EXPECT_TRUE(loaded.IsValid());
+    EXPECT_FALSE(state.IsValid());
+    orvane::detail::CommitReferenceFile(state, content, {});
+    EXPECT_TRUE(state.IsValid());
+
+    // Each store keeps its images, properties, scales and flags.
+    ReferenceGainPoly poly(3, 2, 3, "poly.fxd"), polyLoaded(3, 2, 3, "poly.fxd"), fewer(3, 2, 2, "poly.fxd");
+    for (int k = 0; k < 3; ++k) {
+        const float top = (k + 1) / 3.0f;  // no short decimal
+        poly.CompressImage(MakeImage<float>(3, 2, {top, -top / 2, top / 10, 0.0f, top / 7, -top}), k, poly.GetGainPoly()[k]);
+    }
+    poly.GetGainPoly()[1]->SetProperty("image.time", 42);
+    const auto livePoly = polyLoaded.GetGainPoly();
+    SaveLoadAndRefuse(poly, polyLoaded, fewer);
+    EXPECT_EQ(livePoly, polyLoaded.GetGainPoly());
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(Pixels(poly.GetGainPoly()[k]), Pixels(livePoly[k]));
+        EXPECT_EQ(poly.GetScale(k), polyLoaded.GetScale(k));
+    }
+    EXPECT_EQ(42, livePoly[1]->GetProperty<int>("image.time"));
+    EXPECT_EQ(0.0f, fewer.GetScale(0));
+
+    ReferenceGainLinear gain(3, 2, "gain.fxd"), gainLoaded(3, 2, "gain.fxd"), otherSize(2, 3, "gain.fxd");
+    gain.CompressImage(MakeImage<float>(3, 2, {1.0f, 2.0f, 0.5f, 0.25f, 3.0f, 1.5f}), gain.GetGainLinear());
+    gain.GetGainLinear()->SetProperty("image.time", 42);
+    gain.SetGainInversion(true);
+    const ImagePtr<unsigned short> liveGain = gainLoaded.GetGainLinear();
+    SaveLoadAndRefuse(gain, gainLoaded, otherSize);
+    EXPECT_EQ(liveGain, gainLoaded.GetGainLinear());
+    EXPECT_EQ(Pixels(gain.GetGainLinear()), Pixels(liveGain));
+    EXPECT_EQ(42, liveGain->GetProperty<int>("image.time"));
+    EXPECT_TRUE(gainLoaded.GetGainInversion());
+    EXPECT_FALSE(otherSize.GetGainInversion());
+
+    ReferenceDM map(2, 2, "dm.fxd"), mapLoaded(2, 2, "dm.fxd"), otherShape(4, 1, "dm.fxd");
+    std::copy_n(Bytes{1, 0, 9, 17}.begin(), 4, map.GetDM()->GetData());
+    map.SetExternalDM(MakeImage<unsigned char>(2, 2, {0, 4, 0, 0}));
+    map.SetMerged(true);
+    SaveLoadAndRefuse(map, mapLoaded, otherShape);
+    EXPECT_EQ(Bytes({1, 0, 9, 17}), Pixels(mapLoaded.GetDM()));
+    EXPECT_TRUE(mapLoaded.IsMerged());
+    auto image = MakeImage<unsigned char>(2, 2);
+    ASSERT_TRUE(mapLoaded.LoadMergeDM(image));
+    EXPECT_EQ(Bytes({0, 4, 0, 0}), Pixels(image));
+    // A map without an external one saves one image; loading it drops the old one.
+    ReferenceDM(2, 2, "dm.fxd").Save();
+    mapLoaded.Load();
+    EXPECT_FALSE(mapLoaded.HasExternalDM());
+    EXPECT_FALSE(mapLoaded.IsMerged());
+    EXPECT_EQ(Bytes({0, 0, 0, 0}), Pixels(mapLoaded.GetDM()));
 }
+
+TEST(ReferenceGainPoly, RoundTripStaysWithinHalfAStepAndEachCoefficientKeepsItsScale) {
+    ReferenceGainPoly store(200, 1);
+    EXPECT_EQ(3, store.GetGainPolyCoeff());
+    auto values = MakeImage<float>(200, 1, {-4e-6f, 0.0f, kNaN, kInf, -kInf});
+    for (int i = 5; i < 200; ++i) values->GetData()[i] = static_cast<float>(std::sin(i * 0.37) * 3e-6);
+    auto codes = MakeImage<unsigned short>(200, 1);
+    auto back = MakeImage<float>(200, 1);
+    store.CompressImage(values, 2, codes);
+    store.DeCompressImage(2, codes, back);
+    const double scale = 4e-6f, step = scale / 32767;  // the largest finite magnitude
+    EXPECT_EQ(scale, store.GetScale(2));
+    const std::vector<unsigned short> codesOfFirst(codes->GetData(), codes->GetData() + 5);
+    const std::vector<float> backOfFirst(back->GetData(), back->GetData() + 5);  // -S, 0, NaN as 0, +-inf as +-S
+    EXPECT_EQ((std::vector<unsigned short>{1, 32768, 32768, 65535, 1}), codesOfFirst);
+    EXPECT_EQ((std::vector<float>{-4e-6f, 0.0f, 0.0f, 4e-6f, -4e-6f}), backOfFirst);
+    for (int i = 5; i < 200; ++i) {
+        const double v = values->GetData()[i];
+        ASSERT_EQ(32768 + std::lround(v * 32767 / scale), codes->GetData()[i]) << i;  // half away from zero
+        ASSERT_LE(std::fabs(back->GetData()[i] - v), step / 2 + std::fabs(v) * 0x1p-24) << i;
+    }
+
+    // Each coefficient keeps its scale, whatever the image properties.
+    ReferenceGainPoly pair(2, 1);
+    const auto images = pair.GetGainPoly();
+    auto pairBack = MakeImage<float>(2, 1);
+    const float given[3][2] = {{1.5f, -0.75f}, {2e-9f, 1e-9f}, {0.0f, 0.0f}};  // nothing non-zero: scale 0
+    for (int k = 0; k < 3; ++k) pair.CompressImage(MakeImage<float>(2, 1, {given[k][0], given[k][1]}), k, images[k]);
+    images[0]->GetProperties().clear();
+    images[0]->SetProperty("image.time", 3);
+    for (int k = 0; k < 3; ++k) {
+        pair.DeCompressImage(k, images[k], pairBack);
+        EXPECT_EQ(given[k][0], pair.GetScale(k));
+        EXPECT_EQ(given[k][0], pairBack->GetData()[0]);
+        EXPECT_NEAR(given[k][1], pairBack->GetData()[1], given[k][0] / 65534 + given[k][0] * 0x1p-24) << k;
+    }
+    EXPECT_THROW(pair.CompressImage(pairBack, 3, images[0]), ReferenceException);
+    EXPECT_THROW(pair.CompressImage(MakeImage<float>(1, 2, {9.0f, 9.0f}), 0, images[0]), ReferenceException);
+    EXPECT_THROW(pair.DeCompressImage(-1, images[0], pairBack), ReferenceException);
+    EXPECT_THROW(pair.DeCompressImage(0, nullptr, pairBack), ReferenceException);
+    EXPECT_EQ(1.5f, pair.GetScale(0));  // refused calls change nothing
+    EXPECT_THROW(ReferenceGainPoly(2, 1, -1), ReferenceException);
+}
+
+TEST(ReferenceGainLinear, CodesStayWithinHalfAStepAndTheCorrectionDividesOrMultipliesByTheStoredGain) {
+    ReferenceGainLinear store(12, 1);
+    // Multiples of 2^-14 below 4 are exact; 4.0 and beyond take the top code; NaN,
+    // negatives and gains below 2^-15 code 0.
+    auto gain = MakeImage<float>(12, 1, {0.25f, 0.5f, 1.0f, 2.0f, 3.99993896484375f, 4.0f, 1e6f, kInf, kNaN, -1.0f,
+                                         1.0f / 65536, 1.0f / 32768});
+    auto codes = MakeImage<unsigned short>(12, 1);
+    store.CompressImage(gain, codes);
+    EXPECT_EQ((std::vector<unsigned short>{4096, 8192, 16384, 32768, 65535, 65535, 65535, 65535, 0, 0, 0, 1}),
+              Pixels(codes));
+
+    auto back = MakeImage<float>(12, 1);
+    for (float g = 0.25f; g < 4.0f; g = std::nextafter(g * 1.0007f, 5.0f)) {
+        gain->GetData()[0] = g;
+        store.CompressImage(gain, codes);
+        store.DeCompressImage(codes, back);
+        ASSERT_LE(std::fabs(back->GetData()[0] - double(g)), 1.0 / 32768) << g;
+        ASSERT_EQ(codes->GetData()[0] / 16384.0, back->GetData()[0]);
+    }
+
+    // The correction divides or multiplies by the stored gain and refuses mismatched images.
+    auto shared = boost::make_shared<ReferenceGainLinear>(4, 1);
+    shared->CompressImage(MakeImage<float>(4, 1, {2.0f, 0.5f, 1.5f, 0.0f}), shared->GetGainLinear());
+    CorrectionGainLinear correction(shared);
+    for (bool inverted : {false, true}) {
+        shared->SetGainInversion(inverted);  // read at each Correct
+        ImagePtr<float> image = MakeImage<float>(4, 1, {1000.0f, 1000.0f, 1000.0f, 1000.0f});
+        correction.Correct(image);
+        EXPECT_EQ((inverted ? std::vector<float>{2000.0f, 500.0f, 1500.0f, 0.0f}
+                            : std::vector<float>{500.0f, 2000.0f, 1000.0f / 1.5f, 0.0f}),
+                  Pixels(image));
+    }
+    ImagePtr<float> wrong = MakeImage<float>(4, 2);
+    EXPECT_THROW(correction.Correct(wrong), ReferenceException);
+    EXPECT_THROW(CorrectionGainLinear(nullptr), ReferenceException);
+    EXPECT_THROW(shared->CompressImage(MakeImage<float>(4, 1), nullptr), ReferenceException);
+    EXPECT_THROW(shared->CompressImage(MakeImage<float>(1, 4), shared->GetGainLinear()), ReferenceException);
+    EXPECT_THROW(shared->DeCompressImage(shared->GetGainLinear(), MakeImage<float>(4, 2)), ReferenceException);
+}
+
+TEST(ReferenceDM, MergeAddsACopyOfTheExternalMapWithWrapAround) {
+    ReferenceDM store(3, 1);
+    const ImagePtr<unsigned char> live = store.GetDM();
+    std::copy_n(Bytes{200, 0, 1}.begin(), 3, live->GetData());
+    auto image = MakeImage<unsigned char>(3, 1, {7, 7, 7});
+    EXPECT_FALSE(store.LoadMergeDM(image));  // no external map yet: nothing changes
+    EXPECT_EQ(Bytes({7, 7, 7}), Pixels(image));
+    EXPECT_EQ(Bytes({200, 0, 1}), Pixels(live));
+    EXPECT_FALSE(store.IsMerged());
+    EXPECT_THROW(store.LoadMergeDM(MakeImage<unsigned char>(3, 2)), ReferenceException);
+
+    auto external = MakeImage<unsigned char>(3, 1, {100, 3, 0});
+    external->SetProperty("origin", "factory");
+    store.SetExternalDM(external);
+    external->GetData()[1] = 99;  // the store kept its own copy
+    EXPECT_TRUE(store.LoadMergeDM(image));
+    EXPECT_EQ(Bytes({100, 3, 0}), Pixels(image));
+    EXPECT_EQ("factory", image->GetProperty<std::string>("origin"));
+    EXPECT_EQ(Bytes({44, 3, 1}), Pixels(live));  // 300 keeps its low byte
+    EXPECT_TRUE(store.IsMerged());
+
+    EXPECT_THROW(store.SetExternalDM(MakeImage<unsigned char>(3, 2)), ReferenceException);
+    store.SetExternalDM(nullptr);
+    EXPECT_FALSE(store.HasExternalDM());
+}
+
