@@ -19,8 +19,7 @@ namespace {
 
 struct Outcome {
     int code = -1;
-    std::string out;  // stdout
-    std::string err;  // stderr
+    std::string out, err;  // stdout, stderr
 };
 
 // Runs the program with `arguments` (shell words) in the current directory.
@@ -37,8 +36,6 @@ Outcome Orvane(const std::string& arguments) {
     run.err = slurp("err.txt");
     return run;
 }
-
-std::size_t Lines(const std::string& text) { return static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')); }
 
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
@@ -74,26 +71,35 @@ ScratchDirectory* OrvaneCommand::series = nullptr;
 
 }  // namespace
 
-TEST_F(OrvaneCommand, SimulateWritesTheSeriesAndItsTruth) {
-    const std::vector<std::string> files = Entries(Frames());
-    for (const char* name : {"dark-000.fxd", "dark-003.fxd", "flat-1-000.fxd", "flat-3-002.fxd", "truth"}) {
-        EXPECT_TRUE(std::binary_search(files.begin(), files.end(), name)) << name;
-    }
-    EXPECT_FALSE(std::binary_search(files.begin(), files.end(), "dark-004.fxd"));
-    EXPECT_EQ(4u + 3u * 3u + 1u, files.size());  // nothing else, no staging folder left
-}
+TEST_F(OrvaneCommand, SimulateCalibrateAndParamsWriteTheirOutput) {
+    const std::vector<std::string> frames = Entries(Frames());
+    for (const char* name : {"dark-000.fxd", "dark-003.fxd", "flat-1-000.fxd", "flat-3-002.fxd", "truth"})
+        EXPECT_TRUE(std::binary_search(frames.begin(), frames.end(), name)) << name;
+    EXPECT_EQ(4u + 3u * 3u + 1u, frames.size());  // nothing else, no staging folder left
 
-TEST_F(OrvaneCommand, CalibrateSavesStoresReportAndSummary) {
     const Outcome run = Orvane("calibrate --model '" + std::string(kSmall) + "' --in " + Frames() + " --out result");
     ASSERT_EQ(0, run.code) << run.err;
     const std::vector<std::string> files = Entries("result");
-    for (const char* name : {"report.html", "summary.json", "orvane.log", "offset-dynamic.fxd"}) {
+    for (const char* name : {"report.html", "summary.json", "orvane.log", "offset-dynamic.fxd"})
         EXPECT_TRUE(std::binary_search(files.begin(), files.end(), name)) << name;
-    }
     for (const std::string& name : files) EXPECT_NE('.', name[0]) << name;  // no staging folder left
-    EXPECT_TRUE(Contains(run.out, "offset-dynamic")) << run.out;
-    EXPECT_TRUE(Contains(run.out, "skipped")) << run.out;  // the model has no rows for some steps
-    EXPECT_TRUE(Contains(run.err, "s] ")) << run.err;      // progress lines with elapsed time
+    // The model has no rows for some steps.
+    EXPECT_TRUE(Contains(run.out, "offset-dynamic") && Contains(run.out, "skipped")) << run.out;
+    EXPECT_TRUE(Contains(run.err, "s] ")) << run.err;  // progress lines with elapsed time
+
+    // Params prints every record resolved for the key.
+    const Outcome params = Orvane("params Hazel.A1.m1 --roi 0,0,1500,1560");
+    ASSERT_EQ(0, params.code) << params.err;
+    EXPECT_TRUE(Contains(params.out, "s_defectMapParametersSet.lookup(\"Hazel.A1.m1\")\n  X0 = 120\n  Y0 = 70\n"))
+        << params.out;
+    // The flag zoom row on this region: 60 + max((1500 - 1420) / 2, 3) = 100.
+    EXPECT_TRUE(Contains(params.out, "s_DMFlagZoomParametersSet.get(\"Hazel.A1.m1\", ROI(0, 0, 1500, 1560))"));
+    EXPECT_TRUE(Contains(params.out, "  Area = top 100, left 120, height 1420, width 1560\n"));
+    std::size_t sets = 0;  // one title per set
+    for (std::size_t at = params.out.find("ParametersSet."); at != std::string::npos;
+         at = params.out.find("ParametersSet.", at + 1))
+        ++sets;
+    EXPECT_EQ(16u, sets);
 }
 
 TEST_F(OrvaneCommand, BadInputIsOneLineNamingTheFileWithExitCode2AndNoOutput) {
@@ -124,23 +130,8 @@ TEST_F(OrvaneCommand, BadInputIsOneLineNamingTheFileWithExitCode2AndNoOutput) {
     for (const Case& c : cases) {
         const Outcome run = Orvane(c.arguments);
         EXPECT_EQ(2, run.code) << c.arguments;
-        EXPECT_EQ(1u, Lines(run.err)) << c.arguments << "\n" << run.err;
+        EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
         EXPECT_TRUE(Contains(run.err, "orvane: ") && Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
         EXPECT_TRUE(Entries("x").empty()) << c.arguments;  // nothing half-written
     }
-}
-
-TEST_F(OrvaneCommand, ParamsPrintsEveryRecordResolvedForTheKey) {
-    const Outcome run = Orvane("params Hazel.A1.m1 --roi 0,0,1500,1560");
-    ASSERT_EQ(0, run.code) << run.err;
-    EXPECT_TRUE(Contains(run.out, "s_defectMapParametersSet.lookup(\"Hazel.A1.m1\")\n  X0 = 120\n  Y0 = 70\n"))
-        << run.out;
-    // The flag zoom row on this region: 60 + max((1500 - 1420) / 2, 3) = 100.
-    EXPECT_TRUE(Contains(run.out, "s_DMFlagZoomParametersSet.get(\"Hazel.A1.m1\", ROI(0, 0, 1500, 1560))"));
-    EXPECT_TRUE(Contains(run.out, "  Area = top 100, left 120, height 1420, width 1560\n"));
-    std::size_t sets = 0;  // one title per set
-    for (std::size_t at = run.out.find("ParametersSet."); at != std::string::npos;
-         at = run.out.find("ParametersSet.", at + 1))
-        ++sets;
-    EXPECT_EQ(16u, sets);
 }

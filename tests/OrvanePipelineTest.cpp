@@ -1,28 +1,58 @@
+// The parts of the `orvane` command: the calibration pipeline on a small series, the
+// report and its evaluation, and the simulator with its frame folder and ground truth.
+#define BOOST_BIND_GLOBAL_PLACEHOLDERS  // quiets a deprecation note of the JSON parser
+#include "TestImages.h"
+
 #include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/DetectorSimulator.h"
+#include "apps/orvane/Evaluation.h"
+#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/GroundTruth.h"
 #include "apps/orvane/InputError.h"
-#include "tools/ImageFxdFile.h"
+#include "apps/orvane/ModelGeometry.h"
+#include "apps/orvane/PngWriter.h"
+#include "apps/orvane/Report.h"
+#include "parameters/GainLinearParametersSet.h"
 
+#include <boost/property_tree/json_parser.hpp>
 #include <gtest/gtest.h>
+#include <png.h>
 
+#include <cmath>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using namespace orvane::app;
+using orvane::test::MakeFilled;
+using orvane::test::ScratchDirectory;
 namespace fs = std::filesystem;
 
 namespace {
 
+// The message of the InputError that `action` raises.
+template <typename F>
+std::string ErrorOf(F action) {
+    try {
+        action();
+    } catch (const InputError& e) {
+        return e.what();
+    }
+    return "no InputError";
+}
+
+bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
 // A Willow mode-12 frame: 342 x 396, with parameter rows for the offset, the linear
 // gain, the dose and dark defect maps.
 constexpr const char* kModel = "Willow.A1.m12";
-constexpr int kWidth = 342;
-constexpr int kHeight = 396;
-constexpr int kHotX = 170;
-constexpr int kHotY = 230;
+constexpr int kWidth = 342, kHeight = 396;
+constexpr int kHotX = 170, kHotY = 230;  // a hot pixel
 
 // Left-to-right and top-to-bottom shading of the response.
 double Shading(int x, int y) { return 1.0 + 0.3 * x / kWidth - 0.1 * y / kHeight; }
@@ -32,8 +62,9 @@ std::uint32_t Noise(std::uint32_t& state) {  // small deterministic noise, 0..15
     return state >> 28;
 }
 
-void WriteFrame(const std::string& path, double level, int index) {
-    std::vector<unsigned short> pixels(kWidth * kHeight);
+void WriteShadedFrame(const std::string& path, double level, int index) {
+    ImageAcquisition<unsigned short> frame(kWidth, kHeight);
+    unsigned short* pixels = frame.GetData();
     std::uint32_t state = 12345u + static_cast<std::uint32_t>(index) * 7919u;
     for (int y = 0; y < kHeight; ++y) {
         for (int x = 0; x < kWidth; ++x) {
@@ -42,42 +73,33 @@ void WriteFrame(const std::string& path, double level, int index) {
         }
     }
     pixels[kHotY * kWidth + kHotX] = 60000;  // hot: far above any dark or flat level
-    boost::property_tree::ptree properties;
-    properties.put("image.temperature", 30.0);
-    properties.put("image.time", 60 * index);
-    ImageFxdFileOut file(path);
-    file.SetProperties(properties, 0);
-    file.Open(kWidth, kHeight, 1, true);
-    file.WriteFrameData(pixels.data(), 1, 0);
-    file.Close();
+    frame.SetProperty("image.temperature", 30.0);
+    frame.SetProperty("image.time", 60 * index);
+    WriteFrame(path, frame);
 }
 
 class PipelineTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        dir = fs::temp_directory_path() /
-              ("orvane-pipeline-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir / "out");
+        fs::create_directories("out");
         series.width = kWidth;
         series.height = kHeight;
         for (int i = 0; i < 4; ++i) {
-            series.darks.push_back((dir / ("dark-" + std::to_string(i) + ".fxd")).string());
-            WriteFrame(series.darks.back(), 0.0, i);
+            series.darks.push_back((scratch.Path() / ("dark-" + std::to_string(i) + ".fxd")).string());
+            WriteShadedFrame(series.darks.back(), 0.0, i);
         }
         for (int dose = 1; dose <= 3; ++dose) {
             series.doses.emplace_back();
             for (int i = 0; i < 3; ++i) {
                 series.doses.back().push_back(
-                    (dir / ("flat-" + std::to_string(dose) + "-" + std::to_string(i) + ".fxd")).string());
-                WriteFrame(series.doses.back().back(), 4000.0 * dose, 10 * dose + i);
+                    (scratch.Path() / ("flat-" + std::to_string(dose) + "-" + std::to_string(i) + ".fxd")).string());
+                WriteShadedFrame(series.doses.back().back(), 4000.0 * dose, 10 * dose + i);
             }
         }
     }
-    void TearDown() override { fs::remove_all(dir); }
 
     CalibrationOutputs Run(const std::vector<std::string>& only = {}) {
-        return RunCalibrations({kModel, (dir / "out").string(), only}, series, progress);
+        return RunCalibrations({kModel, (scratch.Path() / "out").string(), only}, series, progress);
     }
     static const StepReport& Find(const CalibrationOutputs& outputs, const std::string& name) {
         for (const StepReport& step : outputs.steps) {
@@ -86,7 +108,7 @@ protected:
         throw std::runtime_error("no step " + name);
     }
 
-    fs::path dir;
+    ScratchDirectory scratch;
     FrameSeries series;
     std::ostringstream log;
     Progress progress{log, false, true};
@@ -98,21 +120,16 @@ TEST_F(PipelineTest, FullRunReportsEveryStepAndCorrectsTheFlat) {
     for (std::size_t i = 0; i < outputs.steps.size(); ++i) {
         const StepReport& step = outputs.steps[i];
         EXPECT_EQ(step.name, CalibrationStepNames()[i]);
-        if (step.status == StepReport::Status::Ran) {
-            EXPECT_FALSE(step.files.empty()) << step.name;
-        } else {
-            EXPECT_FALSE(step.detail.empty()) << step.name;
-            EXPECT_TRUE(step.files.empty()) << step.name;
-        }
-        for (const std::string& file : step.files) {
-            EXPECT_TRUE(fs::exists(dir / "out" / file)) << file;
-        }
+        // A step that ran names its files; one that did not says why.
+        EXPECT_EQ(step.status == StepReport::Status::Ran, !step.files.empty()) << step.name;
+        EXPECT_FALSE(step.status != StepReport::Status::Ran && step.detail.empty()) << step.name;
+        for (const std::string& file : step.files) EXPECT_TRUE(fs::exists("out/" + file)) << file;
     }
     for (const char* name : {"offset-dynamic", "gain-linear", "dm6", "dm-dark", "dm-merge"}) {
         EXPECT_EQ(Find(outputs, name).status, StepReport::Status::Ran) << name << ": " << Find(outputs, name).detail;
     }
     EXPECT_EQ(Find(outputs, "offset-time-grid").detail, std::string("no parameter rows for ") + kModel);
-    EXPECT_TRUE(fs::exists(dir / "out" / "defect-map.fxd"));
+    EXPECT_TRUE(fs::exists("out/defect-map.fxd"));
 
     ASSERT_TRUE(outputs.defects && outputs.offset && outputs.gain && outputs.flatBefore && outputs.flatAfter);
     EXPECT_NE(outputs.defects->GetData()[kHotY * kWidth + kHotX], 0);
@@ -137,8 +154,8 @@ TEST_F(PipelineTest, OnlyRestrictsTheStepsAndRejectsUnknownNames) {
             EXPECT_EQ(step.detail, "not requested") << step.name;
         }
     }
-    EXPECT_TRUE(fs::exists(dir / "out" / "offset-dynamic.fxd"));
-    EXPECT_FALSE(fs::exists(dir / "out" / "gain-linear.fxd"));
+    EXPECT_TRUE(fs::exists("out/offset-dynamic.fxd"));
+    EXPECT_FALSE(fs::exists("out/gain-linear.fxd"));
     EXPECT_FALSE(outputs.gain);
     ASSERT_TRUE(outputs.defects);  // the only map made is the final one
     EXPECT_NE(outputs.defects->GetData()[kHotY * kWidth + kHotX], 0);
@@ -148,25 +165,282 @@ TEST_F(PipelineTest, OnlyRestrictsTheStepsAndRejectsUnknownNames) {
     EXPECT_EQ(Find(waiting, "dm6").detail, "needs gain-linear");
     EXPECT_EQ(Find(waiting, "dm-merge").detail, "needs a defect map");
 
-    try {
-        Run({"dm6", "dm-nonsense"});
-        FAIL() << "an unknown step was accepted";
-    } catch (const InputError& e) {
-        EXPECT_NE(std::string(e.what()).find("dm-nonsense"), std::string::npos);
-        EXPECT_NE(std::string(e.what()).find("echo-lines"), std::string::npos);
-    }
+    const std::string unknown = ErrorOf([&] { Run({"dm6", "dm-nonsense"}); });
+    EXPECT_TRUE(Has(unknown, "dm-nonsense") && Has(unknown, "echo-lines")) << unknown;
 }
 
 TEST_F(PipelineTest, AFailedStepSkipsItsDependants) {
     std::ofstream(series.darks[2], std::ios::trunc) << "not a frame";
     const CalibrationOutputs outputs = Run();
     EXPECT_EQ(Find(outputs, "offset-dynamic").status, StepReport::Status::Failed);
-    EXPECT_NE(Find(outputs, "offset-dynamic").detail.find("dark-2.fxd"), std::string::npos);
+    EXPECT_TRUE(Has(Find(outputs, "offset-dynamic").detail, "dark-2.fxd"));
     EXPECT_EQ(Find(outputs, "gain-linear").detail, "needs offset-dynamic");
     EXPECT_EQ(Find(outputs, "dm6").detail, "needs gain-linear");
     EXPECT_EQ(Find(outputs, "gain-linear").status, StepReport::Status::Skipped);
-    EXPECT_FALSE(outputs.offset);
-    EXPECT_FALSE(outputs.flatAfter);
+    EXPECT_FALSE(outputs.offset || outputs.flatAfter);
+}
+
+std::vector<unsigned char> ReadGreyPng(const fs::path& path, int& width, int& height) {
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    EXPECT_TRUE(png_image_begin_read_from_file(&image, path.c_str())) << path;
+    image.format = PNG_FORMAT_GRAY;
+    std::vector<unsigned char> pixels(PNG_IMAGE_SIZE(image));
+    EXPECT_TRUE(png_image_finish_read(&image, nullptr, pixels.data(), 0, nullptr));
+    width = static_cast<int>(image.width), height = static_cast<int>(image.height);
+    return pixels;
+}
+
+TEST(OrvaneReport, PngIsReducedByBlockMeanWithNanBlackAndDefectBlocksBlack) {
+    ScratchDirectory dir;
+    // 10 x 6, at most 4 per side: blocks of 3 x 3, a 4 x 2 picture with partial edge blocks.
+    auto image = MakeFilled(10, 6, 0.5f);
+    float* p = image->GetData();
+    for (int y = 0; y < 3; ++y)
+        for (int x = 3; x < 9; ++x) p[y * 10 + x] = x < 6 ? 0.25f : NAN;
+    p[0 * 10 + 3] = NAN;  // ignored in its block's mean
+    for (int y = 3; y < 6; ++y) p[y * 10 + 9] = 2.0f;  // the 1-pixel-wide edge block, clamped
+    WritePng("v.png", *image, 0.0f, 1.0f, 4);
+
+    auto map = MakeFilled<unsigned char>(10, 6, 0);
+    map->GetData()[4 * 10 + 4] = 7;
+    WriteDefectPng("d.png", *map, 4);
+
+    int w = 0, h = 0;
+    const auto grey = ReadGreyPng("v.png", w, h);
+    ASSERT_EQ(std::make_pair(w, h), std::make_pair(4, 2));
+    const std::vector<long> expected{std::lround(0.5 * 255), std::lround(0.25 * 255), 0, 255};
+    EXPECT_EQ((std::vector<long>{grey[0], grey[1], grey[2], grey[7]}), expected);
+    const auto defects = ReadGreyPng("d.png", w, h);
+    ASSERT_EQ(w * h, 8);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(defects[i], i == 5 ? 0 : 255) << i;
+    EXPECT_THROW(WritePng("missing/v.png", *image, 0, 1), std::runtime_error);
+}
+
+TEST(OrvaneReport, EvaluationCountsKindsPrecisionAndScaleFreeGainError) {
+    GroundTruth truth;
+    truth.width = 4, truth.height = 3;
+    truth.defects = MakeFilled<unsigned char>(4, 3, 0);
+    unsigned char* kinds = truth.defects->GetData();
+    kinds[0] = kinds[1] = static_cast<unsigned char>(DefectKind::Hot);
+    kinds[2] = static_cast<unsigned char>(DefectKind::Dead);
+    for (int x = 0; x < 4; ++x) kinds[8 + x] = static_cast<unsigned char>(DefectKind::Line);
+    truth.gain = MakeFilled(4, 3, 0.0f);
+    for (int i = 0; i < 12; ++i) truth.gain->GetData()[i] = 0.5f + 0.1f * static_cast<float>(i);
+
+    CalibrationOutputs outputs;
+    outputs.defects = MakeFilled<unsigned char>(4, 3, 0);
+    for (int i : {0, 5, 8, 9, 10, 11}) outputs.defects->GetData()[i] = 1;  // 5 is a false alarm
+    outputs.gain = MakeFilled(4, 3, 0.0f);
+    for (int i = 0; i < 12; ++i) outputs.gain->GetData()[i] = 3.0f * truth.gain->GetData()[i];
+    outputs.gain->GetData()[0] = 100.0f;  // a defect pixel: not counted
+    outputs.gain->GetData()[7] = NAN;     // not finite: not counted
+    outputs.nonUniformityBefore = 0.1, outputs.nonUniformityAfter = 0.01;
+
+    Evaluation e = Evaluate(truth, outputs);
+    ASSERT_EQ(e.kinds.size(), static_cast<size_t>(kDefectKindCount - 1));
+    EXPECT_EQ(e.kinds[0].kind, "hot");
+    // hot, dead, noisy (none planted), cluster, line: planted, found, recall
+    const std::vector<std::tuple<long, long, double>> expected{{2, 1, 0.5}, {1, 0, 0.0}, {0, 0, 1.0}, {0, 0, 1.0},
+                                                               {4, 4, 1.0}};
+    for (size_t k = 0; k < expected.size(); ++k)
+        EXPECT_EQ(std::make_tuple(e.kinds[k].planted, e.kinds[k].found, e.kinds[k].recall), expected[k]) << k;
+    EXPECT_EQ(std::make_pair(e.flagged, e.flaggedPlanted), std::make_pair(6L, 5L));
+    EXPECT_DOUBLE_EQ(e.precision, 5.0 / 6.0);
+    EXPECT_NEAR(e.gainError, 0.0, 1e-6);
+
+    // Good pixels 3..6 at truth 1; gain 1, 1, 3, 3 is 0.5, 0.5, 1.5, 1.5 of its mean.
+    std::fill(truth.gain->GetData(), truth.gain->GetData() + 12, 1.0f);
+    float* gain = outputs.gain->GetData();
+    gain[3] = gain[4] = 1.0f, gain[5] = gain[6] = 3.0f;
+    EXPECT_NEAR(Evaluate(truth, outputs).gainError, 0.5, 1e-6);
+
+    std::ostringstream text;
+    PrintEvaluation(text, e);
+    EXPECT_TRUE(Has(text.str(), "0.500") && Has(text.str(), "10.0x lower")) << text.str();
+
+    outputs.defects.reset();
+    e = Evaluate(truth, outputs);
+    EXPECT_EQ(std::make_pair(e.kinds[0].found, e.kinds[0].recall), std::make_pair(0L, 0.0));
+    outputs.gain = MakeFilled(3, 4, 1.0f);
+    EXPECT_THROW(Evaluate(truth, outputs), std::invalid_argument);
+}
+
+TEST(OrvaneReport, ReportShowsExistingPicturesAndSummaryEscapesEveryStep) {
+    ScratchDirectory dir;
+    CalibrationOutputs outputs;
+    const std::string odd = "said \"no\" at C:\\frames\n\tthen\x01";
+    outputs.steps.push_back({"offset-dynamic", StepReport::Status::Ran, "mean 812", 1.5, {"offset.fxd"}});
+    outputs.steps.push_back({"gain-linear", StepReport::Status::Failed, odd, 0.0, {}});
+    outputs.steps.push_back({"dm6", StepReport::Status::Skipped, "needs gain-linear", 0.0, {}});
+    outputs.defects = MakeFilled<unsigned char>(40, 30, 0);
+    outputs.gain = MakeFilled(40, 30, 1.0f);
+    Evaluation evaluation;
+    evaluation.kinds.push_back({"hot", 3, 2, 2.0 / 3.0});
+    evaluation.precision = 0.75;
+    WriteReport(dir.Path().string(), "Birch", outputs, &evaluation);
+
+    boost::property_tree::ptree summary;
+    boost::property_tree::read_json("summary.json", summary);
+    EXPECT_EQ(summary.get<std::string>("model"), "Birch");
+    std::vector<std::string> names;
+    for (const auto& step : summary.get_child("steps")) names.push_back(step.second.get<std::string>("name"));
+    EXPECT_EQ(names, (std::vector<std::string>{"offset-dynamic", "gain-linear", "dm6"}));
+    EXPECT_EQ(summary.get_child("steps").begin()->second.get_child("files").begin()->second.data(), "offset.fxd");
+    EXPECT_EQ(std::next(summary.get_child("steps").begin())->second.get<std::string>("detail"), odd);
+    EXPECT_DOUBLE_EQ(summary.get<double>("evaluation.precision"), 0.75);
+    EXPECT_EQ(summary.get_child("evaluation.kinds").begin()->second.get<long>("found"), 2);
+
+    std::stringstream text;
+    text << std::ifstream("report.html").rdbuf();
+    const std::string html = text.str();
+    EXPECT_TRUE(Has(html, "Birch") && Has(html, "needs gain-linear"));
+    for (const std::string picture :
+         {"defect-map.png", "gain.png", "offset.png", "flat-before.png", "flat-after.png"}) {
+        const bool made = picture == "defect-map.png" || picture == "gain.png";  // only those images exist
+        EXPECT_EQ(Has(html, "src=\"" + picture), made) << picture;
+        EXPECT_EQ(fs::exists(picture), made) << picture;
+    }
+    EXPECT_FALSE(Has(html, "<script") || Has(html, "http"));
+}
+
+bool SamePixels(const ImageAcquisition<unsigned short>& a, const ImageAcquisition<unsigned short>& b) {
+    return std::equal(a.GetData(), a.GetData() + a.GetPixelCount(), b.GetData());
+}
+
+class SimulatorTest : public ::testing::Test {
+protected:
+    void WriteSeries() {
+        std::ostringstream log;
+        Progress progress(log, false, true);
+        WriteSimulatedSeries(options, dir, progress);
+    }
+
+    ScratchDirectory scratch;
+    const std::string dir = (scratch.Path() / "frames").string();  // not made yet
+    // Model, width, height, seed, dark frames, doses, frames per dose.
+    SimulationOptions options{"Rowan", 64, 48, 7, 3, 2, 2};
+};
+
+TEST(ModelGeometryTest, LooksUpKeysModesAndWildcardsAndHoldsEveryLinearGainArea) {
+    EXPECT_EQ(FindModel("Birch").width, 3121);
+    const ModelGeometry rowan = FindModel("Rowan.A1.m8");
+    EXPECT_EQ(std::make_tuple(std::string("Rowan.*.m8"), 640, 520), std::make_tuple(rowan.key, rowan.width, rowan.height));
+    EXPECT_EQ(FindModel("Maple").height, 2400);
+    const std::string message = ErrorOf([] { FindModel("Cedar.x.m3"); });
+    EXPECT_TRUE(Has(message, "Cedar.x.m3") && Has(message, "Birch")) << message;
+    EXPECT_FALSE(Has(message, "Hazel.*.m1")) << "modes make the list unreadable";
+
+    for (const ModelGeometry& model : KnownModels()) {
+        const GainLinearParameters& gain = s_gainLinearParametersSet.lookup(model.key);
+        EXPECT_LE(gain.Y0 + gain.Height, model.height) << model.key;
+        EXPECT_LE(gain.X0 + gain.Width, model.width) << model.key;
+        for (const ROI& area : gain.MeasureAreas) {
+            EXPECT_LE(area.top + area.height, model.height) << model.key;
+            EXPECT_LE(area.left + area.width, model.width) << model.key;
+        }
+    }
+}
+
+TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdentical) {
+    WriteSeries();
+    const FrameSeries series = ScanFrameFolder(dir);
+    ASSERT_EQ(std::make_tuple(64, 48, size_t(3), size_t(2)),
+              std::make_tuple(series.width, series.height, series.darks.size(), series.doses.size()));
+    EXPECT_EQ(series.doses[1][1], dir + "/" + FlatFileName(2, 1));
+    const DetectorSimulator simulator(options);
+    for (int i = 0; i < 3; ++i) {
+        const ImagePtr<unsigned short> frame = ReadFrame(series.darks[static_cast<size_t>(i)], 64, 48);
+        EXPECT_TRUE(SamePixels(*frame, *simulator.Dark(i))) << i;
+        EXPECT_FLOAT_EQ(frame->GetProperty<float>("image.temperature"), 30.0f + 0.05f * static_cast<float>(i));
+        EXPECT_EQ(frame->GetProperty<long long>("image.time"), 10 * i);
+    }
+    const ImagePtr<unsigned short> flat = ReadFrame(series.doses[1][1], 64, 48);
+    EXPECT_TRUE(SamePixels(*flat, *simulator.Flat(2, 1)));
+    EXPECT_EQ(flat->GetProperty<long long>("image.time"), 10 * (3 + 2 + 1));
+    EXPECT_TRUE(Has(ErrorOf([&] { ReadFrame(series.darks[0], 48, 64); }), series.darks[0]));
+
+    const GroundTruth& truth = simulator.Truth();
+    const GroundTruth loaded = LoadGroundTruth(dir);
+    EXPECT_EQ(std::make_tuple(std::string("Rowan"), 64, 48, 3, 2),
+              std::make_tuple(loaded.model, loaded.width, loaded.height, loaded.darkFrames, loaded.framesPerDose));
+    EXPECT_TRUE(loaded.doseLevels == truth.doseLevels && loaded.echoLines == truth.echoLines &&
+                loaded.clusters == truth.clusters);
+    EXPECT_TRUE(std::equal(truth.offset->GetData(), truth.offset->GetData() + 64 * 48, loaded.offset->GetData()));
+    EXPECT_TRUE(std::equal(truth.gain->GetData(), truth.gain->GetData() + 64 * 48, loaded.gain->GetData()));
+    EXPECT_TRUE(std::equal(truth.defects->GetData(), truth.defects->GetData() + 64 * 48, loaded.defects->GetData()));
+
+    fs::resize_file(dir + "/truth/gain.fxd", 200);
+    EXPECT_TRUE(Has(ErrorOf([&] { LoadGroundTruth(dir); }), "gain.fxd"));
+    { std::ofstream(dir + "/truth/truth.json") << "{\"model\": \"Rowan\", \"width\": "; }
+    EXPECT_TRUE(Has(ErrorOf([&] { LoadGroundTruth(dir); }), "truth.json"));
+}
+
+TEST_F(SimulatorTest, FramesAgreeWithTheTruthAndDependOnSeedAndIndexOnly) {
+    const DetectorSimulator simulator(options);
+    const GroundTruth& truth = simulator.Truth();
+    const float* offset = truth.offset->GetData();
+    const unsigned char* kinds = truth.defects->GetData();
+    const ImagePtr<unsigned short> dark = simulator.Dark(0);
+    const ImagePtr<unsigned short> nextDark = simulator.Dark(1);
+    for (int dose = 1; dose <= 2; ++dose) {
+        const ImagePtr<unsigned short> flat = simulator.Flat(dose, 0);
+        double signal = 0, darkSum = 0, darkSquares = 0, changeSquares = 0;
+        long good = 0;
+        for (int p = 0; p < 64 * 48; ++p) {
+            const float lit = static_cast<float>(flat->GetData()[p]) - offset[p];
+            signal += lit;
+            const auto kind = static_cast<DefectKind>(kinds[p]);
+            if (kind == DefectKind::Dead || kind == DefectKind::Cluster) {
+                EXPECT_LT(lit, 0.05f * truth.doseLevels[static_cast<size_t>(dose - 1)]) << p;
+            }
+            if (kind == DefectKind::None) {
+                const double d = dark->GetData()[p] - offset[p];
+                const double change = nextDark->GetData()[p] - dark->GetData()[p];
+                darkSum += d, darkSquares += d * d, changeSquares += change * change, ++good;
+            }
+        }
+        EXPECT_NEAR(signal / (64 * 48), truth.doseLevels[static_cast<size_t>(dose - 1)], 0.01 * signal / (64 * 48));
+        EXPECT_NEAR(darkSum / static_cast<double>(good), 0.0, 0.5);
+        EXPECT_NEAR(std::sqrt(darkSquares / static_cast<double>(good)), 6.0, 0.5);
+        // Each frame draws its own noise: two darks differ by sqrt(2) times its sigma.
+        EXPECT_NEAR(std::sqrt(changeSquares / static_cast<double>(good)), 6.0 * std::sqrt(2.0), 0.7);
+    }
+    EXPECT_GT(truth.doseLevels[1], 1.9f * truth.doseLevels[0]);
+    EXPECT_NEAR(std::accumulate(truth.gain->GetData(), truth.gain->GetData() + 64 * 48, 0.0) / (64 * 48), 1.0, 1e-4);
+    std::vector<long> counts(kDefectKindCount);
+    for (int p = 0; p < 64 * 48; ++p) ++counts[kinds[p]];
+    for (int k = 1; k < kDefectKindCount; ++k) EXPECT_GT(counts[static_cast<size_t>(k)], 0) << DefectKindName(static_cast<DefectKind>(k));
+    EXPECT_EQ(truth.clusters.size(), 1u);
+    EXPECT_EQ(truth.echoLines.size(), 1u);
+
+    // A frame depends on the seed and its index only, not on the frames made before.
+    const DetectorSimulator second(options);
+    EXPECT_TRUE(SamePixels(*second.Flat(2, 1), *simulator.Flat(2, 1)));  // made first by `second`
+    EXPECT_TRUE(SamePixels(*simulator.Dark(1), *second.Dark(1)));
+    options.seed = 8;
+    EXPECT_FALSE(SamePixels(*DetectorSimulator(options).Dark(1), *simulator.Dark(1)));
+}
+
+TEST_F(SimulatorTest, ScanNamesWhatIsWrong) {
+    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), dir));
+    fs::create_directories(dir);
+    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), "empty"));
+    WriteSeries();
+
+    for (int i : {0, 1}) fs::rename(dir + "/" + FlatFileName(2, i), dir + "/" + FlatFileName(3, i));
+    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), "dose 2"));
+    for (int i : {0, 1}) fs::remove(dir + "/" + FlatFileName(3, i));
+
+    const std::string odd = dir + "/" + DarkFileName(5);
+    WriteFrame(odd, ImageAcquisition<unsigned short>(32, 32));
+    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), odd));
+    fs::remove(odd);
+
+    const std::string cut = dir + "/" + DarkFileName(1);
+    fs::resize_file(cut, fs::file_size(cut) - 10);
+    const std::string message = ErrorOf([&] { ScanFrameFolder(dir); });
+    EXPECT_TRUE(Has(message, cut) && Has(message, "truncated")) << message;
 }
 
 }  // namespace
