@@ -139,25 +139,7 @@ TEST(CalibrationAutomaticDefect, MergedStoreIsLoadedUpdatedSavedThenMergedAgain)
     }
 }
 
-TEST(CalibrationAutomaticDefect, FailuresAreNamedByTheirCause) {
-    const std::pair<std::function<void()>, std::string> inUpdate[] = {
-        {[] { throw ReferenceException("disk full"); }, "failed to save reference"},
-        {[] { throw CalibrationException("inner"); }, "failed in DM checker"},
-        {[] { throw std::runtime_error("inner"); }, "failed"}};
-    for (const auto& c : inUpdate) {
-        AutoFixture f(Parameters());
-        f.store->failSave = c.first;
-        f.Feed({{7, 3, 500}});
-        EXPECT_EQ(FailureText([&] { f.calibration.UpdateDefectMap(); }), "CalibrationAutomaticDefect : UpdateDefectMap " + c.second);
-        EXPECT_EQ(f.At(7, 3), 1);  // no rollback
-    }
-    // An area beyond the map, and one of 3 rows for k = 7 (fewer than 7 / 2 + 1).
-    for (const auto& bad : {Parameters(1, ROI(0, 0, kHeight, kWidth + 1)), Parameters(1, ROI(2, 2, 3, 8), 7)}) {
-        EXPECT_THROW(AutoFixture(bad).Feed({}), CalibrationException);
-    }
-}
-
-TEST(CalibrationAutomaticDefect, HitsNeedAValidPairAndLastFromInitToClear) {
+TEST(CalibrationAutomaticDefect, HitsNeedAValidPairAndLastFromInitToClearFailuresNameTheirCause) {
     AutoFixture f(Parameters());
     f.calibration.UpdateDefectMap();  // before any pair
     f.store->SetValid(false);
@@ -186,6 +168,23 @@ TEST(CalibrationAutomaticDefect, HitsNeedAValidPairAndLastFromInitToClear) {
     f.calibration.UpdateDefectMap();
     EXPECT_EQ(f.At(8, 7), 1);
     EXPECT_EQ(f.Defects(), 1);
+
+    // Failures in an update are named by their cause.
+    const std::pair<std::function<void()>, std::string> inUpdate[] = {
+        {[] { throw ReferenceException("disk full"); }, "failed to save reference"},
+        {[] { throw CalibrationException("inner"); }, "failed in DM checker"},
+        {[] { throw std::runtime_error("inner"); }, "failed"}};
+    for (const auto& c : inUpdate) {
+        AutoFixture g(Parameters());
+        g.store->failSave = c.first;
+        g.Feed({{7, 3, 500}});
+        EXPECT_EQ(FailureText([&] { g.calibration.UpdateDefectMap(); }), "CalibrationAutomaticDefect : UpdateDefectMap " + c.second);
+        EXPECT_EQ(g.At(7, 3), 1);  // no rollback
+    }
+    // An area beyond the map, and one of 3 rows for k = 7 (fewer than 7 / 2 + 1).
+    for (const auto& bad : {Parameters(1, ROI(0, 0, kHeight, kWidth + 1)), Parameters(1, ROI(2, 2, 3, 8), 7)}) {
+        EXPECT_THROW(AutoFixture(bad).Feed({}), CalibrationException);
+    }
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ struct EcholineFixture {
 
 }  // namespace
 
-TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLine) {
+TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLineThatLaterCallsKeep) {
     EcholineFixture f(WholeMap(64, 12), 64, 12);
     f.Mark(1, 5, 30);
     f.Mark(3, 5, 29);
@@ -65,6 +65,17 @@ TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLi
     for (int i = 0; i < 30; ++i) f.Mark(7, 10 + i, 1, std::vector<unsigned char>{1, 9, 17, 255}[i % 4]);
     f.Mark(10, 34, 30);  // the run is still open at the end of the row
     f.Expect({1, 7, 10}, {});
+    // Later calls keep the earlier lines and rebuild the sets; Init and Clear do nothing.
+    LogCapture log;
+    f.calibration.Init();
+    f.calibration.Clear();
+    f.Mark(1, 5, 30, 0);
+    f.Mark(2, 0, 64);
+    f.Expect({7, 10}, {1});
+    EXPECT_EQ(std::vector<std::string>({"I CalibrationEcholine : CalculateEcholineReference\n",
+                                        "I CalibrationEcholine : CalculateEcholineReference succeed\n"}),
+              log.lines);
+    EXPECT_EQ(f.store, f.calibration.GetEcholineRef());
 
     EchoLineParameters p = WholeMap(64, 8);
     p.Area = ROI(2, 10, 4, 40);  // rows 2..5, columns 10..49
@@ -108,23 +119,6 @@ TEST(CalibrationEcholine, BlocksArePairedFromTheirLowEnd) {
     }
 }
 
-TEST(CalibrationEcholine, LaterCallsKeepEarlierLinesRebuildTheSetsAndAreLogged) {
-    EcholineFixture f(WholeMap(40, 10), 40, 10);
-    f.Mark(5, 0, 40);
-    f.Expect({5}, {});
-    LogCapture log;
-    f.calibration.Init();
-    f.Expect({5}, {});
-    f.calibration.Clear();
-    EXPECT_EQ(std::vector<std::string>({"I CalibrationEcholine : CalculateEcholineReference\n",
-                                        "I CalibrationEcholine : CalculateEcholineReference succeed\n"}),
-              log.lines);
-    f.Mark(5, 0, 40, 0);
-    f.Mark(6, 0, 40);
-    f.Expect({}, {5});
-    EXPECT_EQ(f.store, f.calibration.GetEcholineRef());
-}
-
 TEST(CalibrationEcholine, ScanOutsideTheMapOrMissingObjectsFail) {
     EcholineFixture wider(WholeMap(41, 4), 40, 4);
     wider.Mark(0, 0, 40);
@@ -133,12 +127,11 @@ TEST(CalibrationEcholine, ScanOutsideTheMapOrMissingObjectsFail) {
     wider.calibration.FillEcholineReference();
     EXPECT_EQ(Lines(), wider.store->singleLines);
 
-    EcholineFixture taller(WholeMap(40, 5), 40, 4);
-    EXPECT_THROW(taller.calibration.CalculateEcholineReference(), CalibrationException);
     EchoLineParameters left = WholeMap(40, 4);
     left.MiddleColumn = -2;  // the right stretch would start at column -1
-    EcholineFixture before(left, 40, 4);
-    EXPECT_THROW(before.calibration.CalculateEcholineReference(), CalibrationException);
+    for (const EchoLineParameters& p : {WholeMap(40, 5), left}) {  // a taller area, or a stretch before the map
+        EXPECT_THROW(EcholineFixture(p, 40, 4).calibration.CalculateEcholineReference(), CalibrationException);
+    }
 
     CalibrationEcholine orphan(left, nullptr, nullptr);
     EXPECT_EQ("CalibrationEcholine: CalculateEcholineReference failed due to null pointer",

@@ -65,18 +65,28 @@ TEST(CalibrationOffsetDynamic, MeanOfTheSeriesRoundedHalfUpWithTheLastFramesProp
     EXPECT_EQ(Values({5, 6, 1}), f.Offset());
 }
 
-// Each product is rounded to float, and the sum truncated toward zero.
-TEST(CalibrationOffsetDynamic, BlendOfTheFrameIntoTheOffset) {
+// Dynamic blends the frame in, each product rounded to float and the sum truncated
+// toward zero; Preview takes the frame as it is. Both take its properties alone.
+TEST(CalibrationOffsetDynamic, BlendOfTheFrameIntoTheOffsetPreviewTakesTheFrame) {
     OffsetDynamicFixture f(4, 1);
     *f.store->GetOffset()->GetBuffer() = *f.store->GetOffset()->GetBuffer() + 1000.0f;
+    const auto preview = boost::make_shared<ReferenceOffsetSimple>(4, 1);
+    for (const auto& store : {f.store, preview}) store->GetOffset()->SetProperty("stale", 1);
     Frame frame = MakeImage<unsigned short>(4, 1, {1008, 1007, 1000, 999});
     frame->SetProperty("image.time", 5);
     LogCapture log;
     f.calibration.UpdateSingleOffsetRef(frame);
+    CalibrationOffsetPreview(preview).UpdateSingleOffsetRef(frame);
     EXPECT_EQ(Values({1001, 1000, 1000, 999}), f.Offset());
-    EXPECT_EQ(5, f.store->GetOffset()->GetProperty<int>("image.time"));
+    EXPECT_EQ(Pixels(frame), Pixels(preview->GetOffset()));
+    for (const auto& store : {f.store, preview}) {
+        EXPECT_EQ(5, store->GetOffset()->GetProperty<int>("image.time"));
+        EXPECT_FALSE(store->GetOffset()->GetProperties().get_child_optional("stale"));
+    }
     EXPECT_EQ(std::vector<std::string>({"I CalibrationOffsetDynamic : UpdateSingleOffsetRef\n",
-                                        "I CalibrationOffsetDynamic : UpdateSingleOffsetRef succeed\n"}),
+                                        "I CalibrationOffsetDynamic : UpdateSingleOffsetRef succeed\n",
+                                        "I CalibrationOffsetPreview : UpdateSingleOffsetRef\n",
+                                        "I CalibrationOffsetPreview : UpdateSingleOffsetRef succeed\n"}),
               log.lines);
     EXPECT_FALSE(f.store->IsValid());
 
@@ -87,6 +97,10 @@ TEST(CalibrationOffsetDynamic, BlendOfTheFrameIntoTheOffset) {
     const double sum = static_cast<double>(static_cast<float>(12345.0 * w)) +
                        static_cast<double>(static_cast<float>(54321.0 * v));
     EXPECT_EQ(static_cast<unsigned short>(sum), g.store->GetOffset()->GetData()[0]);
+
+    auto square = boost::make_shared<ReferenceOffsetSimple>(2, 2);  // a smaller frame changes only its pixels
+    CalibrationOffsetPreview(square).UpdateSingleOffsetRef(MakeImage<unsigned short>(3, 1, {5, 6, 7}));
+    EXPECT_EQ(Values({5, 6, 7, 0}), Pixels(square->GetOffset()));
 }
 
 TEST(CalibrationOffsetDynamic, PoolAccountFollowsTheLifecycleFailuresCarryTheirMessages) {
@@ -98,6 +112,9 @@ TEST(CalibrationOffsetDynamic, PoolAccountFollowsTheLifecycleFailuresCarryTheirM
     EXPECT_NE(std::string::npos, log.lines.at(0).find("AccumulateOffset failed because Init has not run"));
     EXPECT_EQ("CalibrationOffsetDynamic: UpdateSingleOffsetRef failed",
               FailureText([&] { f.calibration.UpdateSingleOffsetRef(Frame()); }));
+    EXPECT_EQ("CalibrationOffsetPreview: UpdateSingleOffsetRef failed",
+              FailureText([&] { CalibrationOffsetPreview(f.store).UpdateSingleOffsetRef(Frame()); }));
+    EXPECT_NE(std::string::npos, log.lines.rbegin()[1].find("Preview: UpdateSingleOffsetRef failed due to null pointer"));
     f.calibration.Init();
     f.calibration.Init();
     ImageCollector<float>* pool = f.Pool();

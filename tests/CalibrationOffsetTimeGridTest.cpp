@@ -43,7 +43,7 @@ struct TimeGridFixture {
 
 // The share c of a frame of value 10000 blended into a zero entry at the given
 // distances: the result is trunc((float)(10000 * c)).
-TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
+TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClassesStandbyOnlyWhenAsked) {
     struct Case { float deltaTemperature; long long timeDifference; float share; };
     // Time differences are in "image.time" units; the classes count steps of 60.
     const Case cases[] = {{0.3f, 10 * 60, 0.1f}, {0.5f, 20 * 60, 0.1f}, {0.6f, 0, 0.2f},
@@ -58,26 +58,22 @@ TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClasses) {
         EXPECT_FLOAT_EQ(c.share, f.store->Get(0)->GetData()[0] / 10000.0f)
             << "dT " << c.deltaTemperature << " dt " << c.timeDifference;
     }
-}
 
-TEST(CalibrationOffsetTimeGrid, StandbyIsUpdatedOnlyForItsDeltaTimeWhenAskedOthersBlendIntoTheGrid) {
-    TimeGridFixture f(32);
+    // The stand-by offset takes a frame of its delta time only when asked to.
     f.StoreEntry(10);
     f.calibration.InitOffsetStandBy();
     EXPECT_EQ(0, f.store->GetStandbyOffset()->GetProperty<long long>("image.time"));
-
-    f.calibration.UpdateSingleOffsetRef(10, MakeFrame(32, 10000, 0, 37.0f), true);
+    f.calibration.UpdateSingleOffsetRef(10, MakeFrame(11, 10000, 0, 37.0f), true);
     EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
     EXPECT_EQ(0, f.store->Get(10)->GetData()[0]);
-
-    f.calibration.UpdateSingleOffsetRef(10, MakeFrame(32, 10000, 0, 37.0f), false);
+    f.calibration.UpdateSingleOffsetRef(10, MakeFrame(11, 10000, 0, 37.0f), false);
     EXPECT_EQ(5000, f.store->Get(10)->GetData()[0]);
     EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
 
     // Another delta time is blended into its entry: each product rounded to float, the sum truncated.
     f.StoreEntry(20);
     *f.store->Get(20)->GetBuffer() = *f.store->Get(20)->GetBuffer() + 40001.0f;
-    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(32, 12347, 60 * 30, 30.2f), true);  // c = 0.2
+    f.calibration.UpdateSingleOffsetRef(20, MakeFrame(11, 12347, 60 * 30, 30.2f), true);  // c = 0.2
     const float c = 0.2f, v = static_cast<float>(1.0 - c);
     const double sum = static_cast<double>(static_cast<float>(12347.0 * c)) +
                        static_cast<double>(static_cast<float>(40001.0 * v));
@@ -92,13 +88,13 @@ TEST(CalibrationOffsetTimeGrid, FailuresCarryTheirMessagesAndLeaveTheEntryAsItWa
     Frame frame = MakeFilled<unsigned short>(33, 1, 500);
     frame->SetProperty("image.temperature", 30.0f);  // no time
     LogCapture log;
-    EXPECT_EQ("CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed",
-              FailureText([&] { f.calibration.UpdateSingleOffsetRef(0, frame, false); }));
+    for (const Frame& bad : {frame, Frame()}) {
+        EXPECT_EQ("CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed",
+                  FailureText([&] { f.calibration.UpdateSingleOffsetRef(0, bad, false); }));
+    }
     EXPECT_EQ(std::vector<unsigned short>(33, 0), Pixels(f.store->Get(0)));
     EXPECT_EQ(0, f.store->Get(0)->GetProperty<long long>("image.time"));
     EXPECT_EQ("I CalibrationOffsetTimeGrid : UpdateSingleOffsetRef\n", log.lines.front());
-    EXPECT_EQ("CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed",
-              FailureText([&] { f.calibration.UpdateSingleOffsetRef(0, nullptr, false); }));
 
     f.calibration.AccumulateOffset(MakeFrame(33, 7, 0, 30.0f));
     EXPECT_EQ("CalibrationOffsetTimeGrid: DivideAccumulationAndUpdate failed due to wrong indice delta time",

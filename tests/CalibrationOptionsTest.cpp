@@ -56,18 +56,27 @@ TEST_F(CalibrationOptions, SetOnlyByTheOneVariableOfThePrefixHoldingExactlyOne) 
     EXPECT_FALSE(IsCalibrationOptionSet(kDm));
 }
 
-TEST_F(CalibrationOptions, OneImageIsOneFrameASequenceHasTheFirstPropertiesFailuresMakeNoFile) {
+// The dynamic offset saves its three stages only with the option; any image is
+// one frame, a sequence has the first image's properties, and failures make no file.
+TEST_F(CalibrationOptions, DebugImagesOfTheDynamicOffsetAndOfAnyImageOrSequence) {
     ScratchDirectory directory;
-    auto image = MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 65535});
-    image->SetProperty("image.time", 7);
-    SaveDebugImage(image, "OffsetDynamic", "Offset");
+    OffsetDynamicParameters parameters{0.125f};
+    CalibrationOffsetDynamic calibration(parameters, boost::make_shared<ReferenceOffsetSimple>(3, 1));
+    calibration.Init();
+    const std::vector<ImagePtr<unsigned short>> frames = {MakeImage<unsigned short>(3, 1, {100, 7, 65535}),
+                                                          MakeImage<unsigned short>(3, 1, {101, 7, 65534})};
+    frames[1]->SetProperty("image.time", 7);
+    calibration.CalculateOffsetReference(frames);
+    setenv(kOffsetVariable, "1", 1);
+    EXPECT_THROW(calibration.CalculateOffsetReference({}), CalibrationException);  // saves the empty series
+    EXPECT_TRUE(directory.Entries().empty());
+    calibration.CalculateOffsetReference(frames);
     SaveDebugImage(MakeImage<unsigned char>(1, 1, {200}), "DM6", "mask");
     const std::vector<ImagePtr<float>> images = {MakeImage<float>(2, 1, {0.5f, -1}),
                                                  MakeImage<float>(2, 1, {3, 1e30f})};
     images[0]->SetProperty("image.time", 100);
     images[1]->SetProperty("image.time", 200);
     SaveDebugImage(images, "DM6", "input");
-    SaveDebugImage(std::vector<ImagePtr<unsigned short>>(), "OffsetDynamic", "input");
     // A missing image or one of another size fails before the file is made.
     const std::string message = "): Impossible to write image 'DM6-ImageDebug-bad.fxd'";
     for (const auto& other : {ImagePtr<float>(), MakeImage<float>(2, 2)}) {
@@ -80,36 +89,19 @@ TEST_F(CalibrationOptions, OneImageIsOneFrameASequenceHasTheFirstPropertiesFailu
         EXPECT_EQ(text.size() - message.size(), text.rfind(message)) << text;
     }
     EXPECT_THROW(SaveDebugImage(ImagePtr<unsigned char>(), "DM6", "bad"), ImageFileException);
-    EXPECT_EQ(Names({"DM6-ImageDebug-input.fxd", "DM6-ImageDebug-mask.fxd", "OffsetDynamic-ImageDebug-Offset.fxd"}),
+    EXPECT_EQ(Names({"DM6-ImageDebug-input.fxd", "DM6-ImageDebug-mask.fxd", "OffsetDynamic-ImageDebug-Accumulation.fxd",
+                     "OffsetDynamic-ImageDebug-Offset.fxd", "OffsetDynamic-ImageDebug-input.fxd"}),
               directory.Entries());
 
     ImageFxdFileIn one("OffsetDynamic-ImageDebug-Offset.fxd"), sequence("DM6-ImageDebug-input.fxd");
     EXPECT_EQ(std::vector<int>({1, 1, 0}),
               std::vector<int>({one.GetPixelType(), one.GetFrameCount(), one.HasProperties()}));
-    EXPECT_EQ(Pixels(image), Pixels(one.ReadImage<unsigned short>(0)));
+    EXPECT_EQ(std::vector<unsigned short>({101, 7, 65535}),  // the mean of the frames, rounded half up
+              Pixels(one.ReadImage<unsigned short>(0)));
     EXPECT_EQ(2, ImageFxdFileIn("DM6-ImageDebug-mask.fxd").GetPixelType());
     EXPECT_EQ(std::vector<int>({0, 2}), std::vector<int>({sequence.GetPixelType(), sequence.GetFrameCount()}));
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(Pixels(images[i]), Pixels(sequence.ReadImage<float>(i))) << i;
         EXPECT_EQ(100, sequence.ReadImage<float>(i)->GetProperty<int>("image.time")) << i;
     }
-}
-
-TEST_F(CalibrationOptions, DynamicOffsetSavesItsThreeStagesOnlyWithTheOption) {
-    ScratchDirectory directory;
-    OffsetDynamicParameters parameters{0.125f};
-    CalibrationOffsetDynamic calibration(parameters, boost::make_shared<ReferenceOffsetSimple>(3, 1));
-    calibration.Init();
-    const std::vector<ImagePtr<unsigned short>> frames = {MakeImage<unsigned short>(3, 1, {100, 7, 65535}),
-                                                          MakeImage<unsigned short>(3, 1, {101, 7, 65534})};
-    calibration.CalculateOffsetReference(frames);
-    setenv(kOffsetVariable, "1", 1);
-    EXPECT_THROW(calibration.CalculateOffsetReference({}), CalibrationException);  // saves the empty series
-    EXPECT_TRUE(directory.Entries().empty());
-    calibration.CalculateOffsetReference(frames);
-    EXPECT_EQ(Names({"OffsetDynamic-ImageDebug-Accumulation.fxd", "OffsetDynamic-ImageDebug-Offset.fxd",
-                     "OffsetDynamic-ImageDebug-input.fxd"}),
-              directory.Entries());
-    EXPECT_EQ(std::vector<unsigned short>({101, 7, 65535}),  // the mean of the frames, rounded half up
-              Pixels(ImageFxdFileIn("OffsetDynamic-ImageDebug-Offset.fxd").ReadImage<unsigned short>(0)));
 }

@@ -9,15 +9,14 @@
 
 using orvane::detail::WorkImages;
 
-// Each test uses an image format of its own: the registry is shared by the process.
-
-TEST(WorkImages, SlotsAreFilledInOrderAndCloseGivesEverythingBack) {
+TEST(WorkImages, SlotsAreFilledInOrderCloseGivesEverythingBackAndMisuseFails) {
     ImagePtr<float> first;
     ImagePtr<float> second;
     ImageCollector<float>* collector = nullptr;
     {
         WorkImages<float> images;
         EXPECT_FALSE(images.IsOpen());
+        EXPECT_THROW(images.Acquire(), std::logic_error);
         images.Open(17, 3, 3, {&first, &second});
         ASSERT_TRUE(images.IsOpen());
         collector = ImageCollectorRegistry::Instance().FindCollector<float>(17, 3);
@@ -32,9 +31,13 @@ TEST(WorkImages, SlotsAreFilledInOrderAndCloseGivesEverythingBack) {
         EXPECT_EQ(-1.0f, first->GetData()[50]);
         EXPECT_EQ(-1.0f, second->GetData()[0]);
 
-        // An extra image comes and goes without touching the slots.
+        // An extra image comes and goes without touching the slots; an image of
+        // another account is refused, an empty pointer ignored.
         ImagePtr<float> extra = images.Acquire();
         EXPECT_EQ(pool[2], extra);
+        ImagePtr<float> stranger = boost::make_shared<ImageAcquisition<float>>(17, 3), none;
+        EXPECT_THROW(images.Release(stranger), std::logic_error);
+        images.Release(none);
         images.Release(extra);
         EXPECT_FALSE(extra);
         EXPECT_EQ(2u, collector->GetInUse().size());
@@ -53,17 +56,4 @@ TEST(WorkImages, SlotsAreFilledInOrderAndCloseGivesEverythingBack) {
     EXPECT_FALSE(first);
     EXPECT_TRUE(collector->GetInUse().empty());
     EXPECT_TRUE(collector->GetPool().empty());
-}
-
-TEST(WorkImages, ReleaseOfAnotherImageAndAcquireWhenClosedFail) {
-    WorkImages<unsigned char> images;
-    EXPECT_THROW(images.Acquire(), std::logic_error);
-    images.Open(19, 3, 1);
-    ImagePtr<unsigned char> stranger = boost::make_shared<ImageAcquisition<unsigned char>>(19, 3);
-    EXPECT_THROW(images.Release(stranger), std::logic_error);
-    ImagePtr<unsigned char> none;
-    images.Release(none);  // an empty pointer is ignored
-    ImagePtr<unsigned char> taken = images.Acquire();
-    images.Release(taken);
-    EXPECT_TRUE(ImageCollectorRegistry::Instance().FindCollector<unsigned char>(19, 3)->GetInUse().empty());
 }
