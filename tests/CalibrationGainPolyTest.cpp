@@ -67,7 +67,6 @@ struct GainFixture {
           dm(boost::make_shared<ReferenceDM>(12, 8)), calibration(this->parameters, store, dm) {
         calibration.Init();
     }
-    // The stored gain, decompressed.
     std::vector<float> Gain() {
         auto gain = MakeImage<float>(12, 8);
         store->DeCompressImage(store->GetGainLinear(), gain);
