@@ -56,18 +56,18 @@ std::string WithInt32At(std::string bytes, size_t offset, std::int32_t value) {
     return bytes;
 }
 
-// The ImageFormatException text of `call`, or "" when it does not throw.
-template <typename Call>
-std::string FormatFailure(Call call) {
+// The text of the E that `call` throws, or "" when it throws none.
+template <typename E = ImageFormatException, typename Call>
+std::string ThrownText(Call call) {
     try {
         call();
-    } catch (const ImageFormatException& e) {
+    } catch (const E& e) {
         return e.what();
     }
     return "";
 }
 std::string OpenFailure(const std::string& name) {
-    return FormatFailure([&] { ImageFxdFileIn file(name); });
+    return ThrownText([&] { ImageFxdFileIn file(name); });
 }
 
 // Values whose bits a careless copy would change: signed zero, a denormal, NaN, the
@@ -91,12 +91,7 @@ std::string LoadFailure(int width, int height, const std::string& path) {
     store.SetValid(true);
     const std::vector<unsigned short> pixels = Pixels(live);
     const ptree properties = live->GetProperties();
-    std::string message;
-    try {
-        store.Load();
-    } catch (const ReferenceException& e) {
-        message = e.what();
-    }
+    const std::string message = ThrownText<ReferenceException>([&] { store.Load(); });
     EXPECT_EQ(live, store.GetOffset());
     EXPECT_EQ(pixels, Pixels(live));
     EXPECT_TRUE(properties == live->GetProperties());
@@ -171,7 +166,6 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     EXPECT_EQ(block, good.substr(128, block.size()));
     EXPECT_EQ(std::string("\x06\x00", 2), good.substr(128 + block.size() + 10, 2));  // pixel 5: 6
 
-    EXPECT_EQ("", OpenFailure("good.fxd"));
     EXPECT_EQ("ImageFxdFileIn: 'missing.fxd' cannot be opened", OpenFailure("missing.fxd"));
     std::string badBlock = good;
     badBlock[128 + 13] = '9';  // "5:image" becomes "9:image", running into the next line
@@ -202,9 +196,9 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     ImageFxdFileIn file("good.fxd");
     std::vector<float> floats(6);
     EXPECT_EQ("ImageFxdFileIn: 'good.fxd' holds pixel type code 1, not 0",
-              FormatFailure([&] { file.ReadFrame(floats.data(), 0); }));
+              ThrownText([&] { file.ReadFrame(floats.data(), 0); }));
     EXPECT_EQ("ImageFxdFileIn: 'good.fxd' has 2 frames, no frame 2",
-              FormatFailure([&] { file.ReadImage<unsigned short>(2); }));
+              ThrownText([&] { file.ReadImage<unsigned short>(2); }));
     EXPECT_EQ(std::vector<unsigned short>({1, 2, 3, 4, 5, 6}), Pixels(file.ReadImage<unsigned short>(1)));
 }
 
@@ -226,41 +220,32 @@ TEST(LogAndThrow, LinesReachTheSinksInOrderThrowsLogTheChainInnerFirstAndCopiesK
     EXPECT_EQ(1, writes);
     EXPECT_TRUE(logger::manager().empty_sink());
 
-    try {  // composed also without a sink
-        LogAndThrow<ImageFileException>("Writer: no space", "tools/image/ImageFxdFile", 7);
-    } catch (const ImageFileException& e) {
-        EXPECT_STREQ("tools/image/ImageFxdFile(7): Writer: no space", e.what());
-    }
+    EXPECT_EQ("tools/image/ImageFxdFile(7): Writer: no space",  // composed also without a sink
+              ThrownText<ImageFileException>(
+                  [] { LogAndThrow<ImageFileException>("Writer: no space", "tools/image/ImageFxdFile", 7); }));
     LogCapture log;
-    try {
-        try {
-            LogAndThrow<CalibrationException>("Inner: step failed", "calibration/Inner.cpp", 12);
-        } catch (...) {
-            LogAndThrow<CalibrationException>("Outer: operation failed", "calibration/Outer.cpp", 34);
-        }
-    } catch (const CalibrationException& e) {
-        EXPECT_STREQ("calibration/Outer.cpp(34): Outer: operation failed", e.what());
-    }
+    EXPECT_EQ("calibration/Outer.cpp(34): Outer: operation failed", ThrownText<CalibrationException>([] {
+                  try {
+                      LogAndThrow<CalibrationException>("Inner: step failed", "calibration/Inner.cpp", 12);
+                  } catch (...) {
+                      LogAndThrow<CalibrationException>("Outer: operation failed", "calibration/Outer.cpp", 34);
+                  }
+              }));
     ASSERT_EQ(Lines({"E calibration/Inner.cpp(12): Inner: step failed\n",
                      "E calibration/Outer.cpp(34): Outer: operation failed\n"}),
               log.lines);
     EXPECT_THROW(LogAndThrow<CalibrationException>("here", __FILE__, __LINE__), CalibrationException);
-    EXPECT_EQ(0, log.lines.back().rfind("E tests/ImageFxdFileTest.cpp(", 0)) << "source directory not stripped";
+    EXPECT_EQ(0, log.lines.back().rfind("E tests/FilesStoresAndLogTest.cpp(", 0)) << "source directory not stripped";
     // The writer fails through it, with its own source as the file.
     ImageFxdFileOut file("never-opened.fxd");
     const unsigned short pixel = 1;
-    try {
-        file.WriteFrame(&pixel, 0);
-        ADD_FAILURE() << "no exception";
-    } catch (const ImageFileException& e) {
-        EXPECT_TRUE(std::regex_match(e.what(), std::regex(R"(tools/image/ImageFxdFile\([1-9][0-9]*\): )"
-                                                          R"(Impossible to write image 'never-opened\.fxd')")))
-            << e.what();
-        EXPECT_EQ("E " + std::string(e.what()) + "\n", log.lines.back());
-        EXPECT_EQ(4u, log.lines.size());
-    }
+    const std::string written = ThrownText<ImageFileException>([&] { file.WriteFrame(&pixel, 0); });
+    EXPECT_TRUE(std::regex_match(written, std::regex(R"(tools/image/ImageFxdFile\([1-9][0-9]*\): )"
+                                                     R"(Impossible to write image 'never-opened\.fxd')")))
+        << written;
+    EXPECT_EQ("E " + written + "\n", log.lines.back());
+    EXPECT_EQ(4u, log.lines.size());
 
-    // Copies raise their concrete type.
     std::unique_ptr<BaseException> copy(ReferenceException("store refused").Clone());
     EXPECT_STREQ("store refused", copy->what());
     EXPECT_THROW(copy->Raise(), ReferenceException);
@@ -315,7 +300,6 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     orvane::detail::CommitReferenceFile(state, content, {});
     EXPECT_TRUE(state.IsValid());
 
-    // Each store keeps its images, properties, scales and flags.
     ReferenceGainPoly poly(3, 2, 3, "poly.fxd"), polyLoaded(3, 2, 3, "poly.fxd"), fewer(3, 2, 2, "poly.fxd");
     for (int k = 0; k < 3; ++k) {
         const float top = (k + 1) / 3.0f;  // no short decimal
@@ -383,7 +367,6 @@ TEST(ReferenceGainPoly, RoundTripStaysWithinHalfAStepAndEachCoefficientKeepsItsS
         ASSERT_LE(std::fabs(back->GetData()[i] - v), step / 2 + std::fabs(v) * 0x1p-24) << i;
     }
 
-    // Each coefficient keeps its scale, whatever the image properties.
     ReferenceGainPoly pair(2, 1);
     const auto images = pair.GetGainPoly();
     auto pairBack = MakeImage<float>(2, 1);
@@ -425,7 +408,6 @@ TEST(ReferenceGainLinear, CodesStayWithinHalfAStepAndTheCorrectionDividesOrMulti
         ASSERT_EQ(codes->GetData()[0] / 16384.0, back->GetData()[0]);
     }
 
-    // The correction divides or multiplies by the stored gain and refuses mismatched images.
     auto shared = boost::make_shared<ReferenceGainLinear>(4, 1);
     shared->CompressImage(MakeImage<float>(4, 1, {2.0f, 0.5f, 1.5f, 0.0f}), shared->GetGainLinear());
     CorrectionGainLinear correction(shared);
