@@ -166,10 +166,12 @@ Floats Clipped(Floats v, int factor, float tolerance) {
 }  // namespace
 
 TEST(ImageFilters, MedianAverageAndThresholdOnSpecialValuesAndPlainWindowsOnRandomRows) {
-    // -0.0 ranks below +0.0; infinities of both signs in one window average to NaN.
+    // A window without any number gives NaN; -0.0 ranks below +0.0.
+    ExpectSamePixels({3, 3, 3, kNaN}, Filtered(ApplyMedianFilter, Row({kNaN, 3, kNaN, kNaN}), 3));
     ExpectSamePixels({-0.0f, 0.0f, 0.0f}, Filtered(ApplyMedianFilter, Row({-0.0f, 0.0f, 0.0f}), 3));
     ExpectSamePixels({kInf, kInf, kInf, -kInf, -kInf}, Filtered(ApplyAverageFilter, Row({1, kInf, 1, 1, -kInf}), 3));
     ExpectSamePixels({kInf, kNaN, -kInf}, Filtered(ApplyAverageFilter, Row({kInf, -kInf, 2}), 2));
+    ExpectSamePixels({3, 3, kNaN}, Filtered(ApplyAverageFilter, Row({3, kNaN, kNaN}), 2));
     ExpectSamePixels({0, 1, 1, 0, 0, 1}, Filtered(ApplyThreshold, Row({59.99f, 60, 60.01f, kNaN, -kInf, kInf}), 60.0f));
 
     std::mt19937 random(7);
