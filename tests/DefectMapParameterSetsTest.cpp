@@ -181,7 +181,7 @@ TEST(DefectMapParameterSets, ZoomAtTheReadoutSizeGivesThePlainRow) {
     EXPECT_EQ(ROI(0, 0, 0, 0), s_defectMapDarkZoomParametersSet.get("Hazel", 1560, 1440).Area);
 }
 
-TEST(GainLinearParametersSet, SharedValuesAndMeasureAreasInACentredGrid) {
+TEST(GainLinearParametersSet, SharedValuesCentredGridAndZoomRowsThatFollowTheCentre) {
     for (const auto& [key, p] : s_gainLinearParametersSet.GetBaseRows()) {
         SCOPED_TRACE(key);
         EXPECT_EQ(kClipAndFit, ClipAndFit(p));
@@ -215,11 +215,9 @@ TEST(GainLinearParametersSet, SharedValuesAndMeasureAreasInACentredGrid) {
     EXPECT_EQ(ROI(168, 171, 30, 30), s_gainLinearParametersSet.lookup("Willow.A1.m12").MeasureAreas[3]);
     const GainLinearParameters& maple = s_gainLinearParametersSet.lookup("MapleK");
     EXPECT_EQ(Ints({0, 2400, 0, 3000, 20}), Ints({maple.Y0, maple.Height, maple.X0, maple.Width, int(maple.MeasureAreas.size())}));
-}
 
-// For a region covering the plain normalising area, the zoom rows give the plain row;
-// Aspen's zoom rows start further left and lay their grid by rows.
-TEST(GainLinearZoomParametersSet, WholeNormalisingAreaGivesThePlainRecordAndSmallerOnesFollowTheCentre) {
+    // For a region covering the plain normalising area, the zoom rows give the plain row;
+    // Aspen's zoom rows start further left and lay their grid by rows.
     int checked = 0;
     for (const auto& [key, zoom] : s_gainLinearStandardZoomParametersSet.GetBaseRows()) {
         const auto plainRow = s_gainLinearParametersSet.GetBaseRows().find(key);
@@ -255,7 +253,7 @@ TEST(GainLinearZoomParametersSet, WholeNormalisingAreaGivesThePlainRecordAndSmal
 
 // The flag areas lie inside the readout, the DRZ bands end at its edges and Aspen's
 // seam is its middle row. CedarHi's areas are left out: its dark rows are not square.
-TEST(DMFlagParametersSet, AreasAndBandsFollowTheReadout) {
+TEST(DMFlagParametersSet, AreasAndBandsFollowTheReadoutAndZoomRowsGiveThePlainRowOrRaiseTheRatios) {
     int checked = 0;
     for (const auto& [key, p] : s_DMFlagParametersSet.GetBaseRows()) {
         const ROI* readout = Readout(key);
@@ -279,12 +277,10 @@ TEST(DMFlagParametersSet, AreasAndBandsFollowTheReadout) {
     EXPECT_EQ(Ints({1560, 1560}), Ints({Bands(birch)[4], birch.SplitColumns ? birch.SplitColumn : -1}));
     EXPECT_EQ(ROI(0, 1, 1440, 1398), s_DMFlagParametersSet.lookup("CedarHi.*.m9").Area);
     EXPECT_EQ(ROI(30, 50, 2820, 2300), s_DMFlagParametersSet.lookup("MapleQ").Area);
-}
 
-// For the image of a mode, a zoom row gives the plain row; Aspen's zoom rows start
-// further left and Willow's m10 row has its own left edge and band.
-TEST(DMFlagZoomParametersSet, ImageOfTheModeGivesThePlainRecordAndSmallRegionsRaiseTheRatios) {
-    int checked = 0;
+    // For the image of a mode, a zoom row gives the plain row; Aspen's zoom rows start
+    // further left and Willow's m10 row has its own left edge and band.
+    checked = 0;
     for (const auto& [key, zoom] : s_DMFlagZoomParametersSet.GetBaseRows()) {
         const ROI* readout = Readout(key);
         if (!readout || !s_DMFlagParametersSet.GetBaseRows().count(key)) continue;

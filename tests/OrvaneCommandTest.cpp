@@ -51,33 +51,21 @@ std::vector<std::string> Entries(const std::string& dir) {
 
 const char* const kSmall = "Willow.*.m12";  // 342 x 396
 
-// One simulated series shared by the tests of this program.
-class OrvaneCommand : public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        series = new ScratchDirectory();
-        const Outcome run = Orvane(std::string("simulate --model '") + kSmall + "' --out frames --darks 4 --doses 3 --frames 3");
-        ASSERT_EQ(0, run.code) << run.err;
-    }
-    static void TearDownTestSuite() { delete series; }
-
-    static std::string Frames() { return (series->Path() / "frames").string(); }
-
-    static ScratchDirectory* series;
-    ScratchDirectory scratch;  // each test's own working directory
-};
-
-ScratchDirectory* OrvaneCommand::series = nullptr;
-
 }  // namespace
 
-TEST_F(OrvaneCommand, SimulateCalibrateAndParamsWriteTheirOutput) {
-    const std::vector<std::string> frames = Entries(Frames());
+// One simulated series serves every run.
+TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
+    ScratchDirectory scratch;
+    const Outcome simulate = Orvane(std::string("simulate --model '") + kSmall + "' --out frames --darks 4 --doses 3 --frames 3");
+    ASSERT_EQ(0, simulate.code) << simulate.err;
+    const std::string frames = (scratch.Path() / "frames").string();
+    const std::string calibrate = "calibrate --model '" + std::string(kSmall) + "' --in ";
+    const std::vector<std::string> written = Entries(frames);
     for (const char* name : {"dark-000.fxd", "dark-003.fxd", "flat-1-000.fxd", "flat-3-002.fxd", "truth"})
-        EXPECT_TRUE(std::binary_search(frames.begin(), frames.end(), name)) << name;
-    EXPECT_EQ(4u + 3u * 3u + 1u, frames.size());  // nothing else, no staging folder left
+        EXPECT_TRUE(std::binary_search(written.begin(), written.end(), name)) << name;
+    EXPECT_EQ(4u + 3u * 3u + 1u, written.size());  // nothing else, no staging folder left
 
-    const Outcome run = Orvane("calibrate --model '" + std::string(kSmall) + "' --in " + Frames() + " --out result");
+    const Outcome run = Orvane(calibrate + frames + " --out result");
     ASSERT_EQ(0, run.code) << run.err;
     const std::vector<std::string> files = Entries("result");
     for (const char* name : {"report.html", "summary.json", "orvane.log", "offset-dynamic.fxd"})
@@ -100,29 +88,24 @@ TEST_F(OrvaneCommand, SimulateCalibrateAndParamsWriteTheirOutput) {
          at = params.out.find("ParametersSet.", at + 1))
         ++sets;
     EXPECT_EQ(16u, sets);
-}
 
-TEST_F(OrvaneCommand, BadInputIsOneLineNamingTheFileWithExitCode2AndNoOutput) {
+    // Bad input is one line naming the file, with exit code 2 and no output.
     fs::create_directory("empty");
     fs::create_directory("truncated");
-    for (const auto& entry : fs::directory_iterator(Frames())) {
+    for (const auto& entry : fs::directory_iterator(frames)) {
         if (entry.is_regular_file()) fs::copy_file(entry.path(), fs::path("truncated") / entry.path().filename());
     }
     fs::resize_file("truncated/flat-2-001.fxd", 1000);
 
-    struct Case {
-        std::string arguments;
-        std::string mentions;
-    };
+    struct Case { std::string arguments, mentions; };
     const Case cases[] = {
         {"simulate --model Nope --out x", "Nope"},
-        {"calibrate --model Nope --in " + Frames() + " --out x", "Nope"},
-        {"calibrate --model Rowan.*.m8 --in " + Frames() + " --out x", "dark-000.fxd"},  // frames of another size
-        {"calibrate --model '" + std::string(kSmall) + "' --in truncated --out x", "flat-2-001.fxd"},
-        {"calibrate --model '" + std::string(kSmall) + "' --in empty --out x", "empty"},
-        {"calibrate --model '" + std::string(kSmall) + "' --in missing --out x", "missing"},
-        {"calibrate --model '" + std::string(kSmall) + "' --in " + Frames() + " --out x --only dm6,nonsense",
-         "nonsense"},
+        {"calibrate --model Nope --in " + frames + " --out x", "Nope"},
+        {"calibrate --model Rowan.*.m8 --in " + frames + " --out x", "dark-000.fxd"},  // frames of another size
+        {calibrate + "truncated --out x", "flat-2-001.fxd"},
+        {calibrate + "empty --out x", "empty"},
+        {calibrate + "missing --out x", "missing"},
+        {calibrate + frames + " --out x --only dm6,nonsense", "nonsense"},
         {"calibrate --model Birch", "--in"},
         {"params Birch --roi 1,2,3", "--roi"},
         {"frobnicate", "frobnicate"},

@@ -64,18 +64,18 @@ const float notANumber = std::numeric_limits<float>::quiet_NaN();
 
 }  // namespace
 
-TEST(ParametersSet, NearestKeyTrialsAndOwnRows) {
+TEST(ParametersSet, NearestKeyTrialsOwnRowsAndRowsCopiedFromAncestorsOrDefaultConstructed) {
     RecordSet set{{"", 1}, {"Hazel", 2}, {"Hazel.A12", 3}, {"Hazel.*.m3", 4}, {"Birch", 5}, {"Cedar", 6}};
-    // A wildcard trial that fails ("Birch.*.m1", "Cedar.*.*.m1") gives way to shortening.
-    const std::pair<const char*, int> rows[] = {{"Hazel.A12.m3", 4}, {"Hazel.A12.m99", 3}, {"Hazel.B7.m99", 2},
-                                                {"Hazel", 2},        {"Aspen.A12.m3", 1},  {"Unknown", 1},
-                                                {"", 1},             {"Birch.x.m1", 5},    {"Cedar.*.m1", 6}};
-    for (const auto& row : rows) EXPECT_EQ(row.second, set.lookup(row.first).value) << row.first;
-    // A row of its own is one the search reaches before the default row.
-    EXPECT_TRUE(set.HasOwnRow("Birch.x.m1"));
-    EXPECT_TRUE(set.HasOwnRow("Cedar.*.m1"));
-    EXPECT_FALSE(set.HasOwnRow("Aspen.x.m1"));
-    EXPECT_FALSE(set.HasOwnRow(""));
+    // A wildcard trial that fails ("Birch.*.m1", "Cedar.*.*.m1") gives way to shortening. A
+    // row of its own is one the search reaches before the default row.
+    const struct { const char* key; int value; bool own; } rows[] = {
+        {"Hazel.A12.m3", 4, true}, {"Hazel.A12.m99", 3, true}, {"Hazel.B7.m99", 2, true}, {"Hazel", 2, true},
+        {"Aspen.A12.m3", 1, false}, {"Unknown", 1, false}, {"", 1, false}, {"Birch.x.m1", 5, true},
+        {"Cedar.*.m1", 6, true}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.value, set.lookup(row.key).value) << row.key;
+        EXPECT_EQ(row.own, set.HasOwnRow(row.key)) << row.key;
+    }
 
     // Each trial key of a.b.c.d is stored in turn; removing the winner must reveal the next.
     const std::vector<std::string> order = {"a.b.*.d", "a.*.d", "a.b.c", "a.*.c", "a.b", "a", ""};
@@ -84,18 +84,17 @@ TEST(ParametersSet, NearestKeyTrialsAndOwnRows) {
         for (size_t k = first; k < order.size(); ++k) trials.Row(order[k]).value = static_cast<int>(k) + 1;
         EXPECT_EQ(static_cast<int>(first) + 1, trials.lookup("a.b.c.d").value) << "from " << order[first];
     }
-}
 
-TEST(ParametersSet, RowsAreCopiesOfTheirAncestorsAtTheTimeOfWritingOrDefaultConstructed) {
-    RecordSet set{{"", 1}};
-    set.Row("").other = 10;
-    set.Row("Hazel.*.m1").value = 2;  // copies "" (other 10)
-    set.Row("Hazel").other = 20;      // copies "" too; does not reach Hazel.*.m1
-    set.Row("Hazel.*.m2").value = 3;  // copies Hazel (other 20)
-    EXPECT_EQ(10, set.lookup("Hazel.*.m1").other);
-    EXPECT_EQ(1, set.lookup("Hazel").value);
-    EXPECT_EQ(20, set.lookup("Hazel.X.m2").other);
-    EXPECT_EQ(4u, set.GetBaseRows().size());
+    // Rows are copies of their ancestors at the time of writing.
+    RecordSet copies{{"", 1}};
+    copies.Row("").other = 10;
+    copies.Row("Hazel.*.m1").value = 2;  // copies "" (other 10)
+    copies.Row("Hazel").other = 20;      // copies "" too; does not reach Hazel.*.m1
+    copies.Row("Hazel.*.m2").value = 3;  // copies Hazel (other 20)
+    EXPECT_EQ(10, copies.lookup("Hazel.*.m1").other);
+    EXPECT_EQ(1, copies.lookup("Hazel").value);
+    EXPECT_EQ(20, copies.lookup("Hazel.X.m2").other);
+    EXPECT_EQ(4u, copies.GetBaseRows().size());
 
     // A set without a default row gains a default-constructed one.
     RecordSet noDefault{{"Birch", 5}};
