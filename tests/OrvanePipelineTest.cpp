@@ -32,20 +32,10 @@ using namespace orvane::app;
 using orvane::test::MakeFilled;
 using orvane::test::Pixels;
 using orvane::test::ScratchDirectory;
+using orvane::test::ThrownText;
 namespace fs = std::filesystem;
 
 namespace {
-
-// The message of the InputError that `action` raises.
-template <typename F>
-std::string ErrorOf(F action) {
-    try {
-        action();
-    } catch (const InputError& e) {
-        return e.what();
-    }
-    return "no InputError";
-}
 
 bool Has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
@@ -166,7 +156,7 @@ TEST_F(PipelineTest, OnlyRestrictsTheStepsRejectsUnknownNamesAndAFailedStepSkips
     EXPECT_EQ(Find(waiting, "dm6").detail, "needs gain-linear");
     EXPECT_EQ(Find(waiting, "dm-merge").detail, "needs a defect map");
 
-    const std::string unknown = ErrorOf([&] { Run({"dm6", "dm-nonsense"}); });
+    const std::string unknown = ThrownText<InputError>([&] { Run({"dm6", "dm-nonsense"}); });
     EXPECT_TRUE(Has(unknown, "dm-nonsense") && Has(unknown, "echo-lines")) << unknown;
 
     // A failed step skips its dependants.
@@ -315,7 +305,7 @@ TEST(ModelGeometryTest, LooksUpKeysModesAndWildcardsAndHoldsEveryLinearGainArea)
     const ModelGeometry rowan = FindModel("Rowan.A1.m8");
     EXPECT_EQ(std::make_tuple(std::string("Rowan.*.m8"), 640, 520), std::make_tuple(rowan.key, rowan.width, rowan.height));
     EXPECT_EQ(FindModel("Maple").height, 2400);
-    const std::string message = ErrorOf([] { FindModel("Cedar.x.m3"); });
+    const std::string message = ThrownText<InputError>([] { FindModel("Cedar.x.m3"); });
     EXPECT_TRUE(Has(message, "Cedar.x.m3") && Has(message, "Birch")) << message;
     EXPECT_FALSE(Has(message, "Hazel.*.m1")) << "modes make the list unreadable";
 
@@ -328,9 +318,9 @@ TEST(ModelGeometryTest, LooksUpKeysModesAndWildcardsAndHoldsEveryLinearGainArea)
 }
 
 TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatIsWrong) {
-    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), dir));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), dir));
     fs::create_directories(dir);
-    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), "empty"));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), "empty"));
     std::ostringstream log;
     Progress progress(log, false, true);
     WriteSimulatedSeries(options, dir, progress);
@@ -348,7 +338,7 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
     const ImagePtr<unsigned short> flat = ReadFrame(series.doses[1][1], 64, 48);
     EXPECT_EQ(Pixels(flat), Pixels(simulator.Flat(2, 1)));
     EXPECT_EQ(flat->GetProperty<long long>("image.time"), 10 * (3 + 2 + 1));
-    EXPECT_TRUE(Has(ErrorOf([&] { ReadFrame(series.darks[0], 48, 64); }), series.darks[0]));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { ReadFrame(series.darks[0], 48, 64); }), series.darks[0]));
 
     const GroundTruth& truth = simulator.Truth();
     const GroundTruth loaded = LoadGroundTruth(dir);
@@ -361,22 +351,22 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
     EXPECT_EQ(Pixels(truth.defects), Pixels(loaded.defects));
 
     fs::resize_file(dir + "/truth/gain.fxd", 200);
-    EXPECT_TRUE(Has(ErrorOf([&] { LoadGroundTruth(dir); }), "gain.fxd"));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { LoadGroundTruth(dir); }), "gain.fxd"));
     { std::ofstream(dir + "/truth/truth.json") << "{\"model\": \"Rowan\", \"width\": "; }
-    EXPECT_TRUE(Has(ErrorOf([&] { LoadGroundTruth(dir); }), "truth.json"));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { LoadGroundTruth(dir); }), "truth.json"));
 
     for (int i : {0, 1}) fs::rename(dir + "/" + FlatFileName(2, i), dir + "/" + FlatFileName(3, i));
-    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), "dose 2"));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), "dose 2"));
     for (int i : {0, 1}) fs::remove(dir + "/" + FlatFileName(3, i));
 
     const std::string odd = dir + "/" + DarkFileName(5);
     WriteFrame(odd, ImageAcquisition<unsigned short>(32, 32));
-    EXPECT_TRUE(Has(ErrorOf([&] { ScanFrameFolder(dir); }), odd));
+    EXPECT_TRUE(Has(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), odd));
     fs::remove(odd);
 
     const std::string cut = dir + "/" + DarkFileName(1);
     fs::resize_file(cut, fs::file_size(cut) - 10);
-    const std::string message = ErrorOf([&] { ScanFrameFolder(dir); });
+    const std::string message = ThrownText<InputError>([&] { ScanFrameFolder(dir); });
     EXPECT_TRUE(Has(message, cut) && Has(message, "truncated")) << message;
 }
 

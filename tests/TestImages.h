@@ -94,18 +94,24 @@ private:
     std::filesystem::path path;
 };
 
+// The message of the E that `call` throws; "" when nothing is thrown.
+template <typename E, typename Call>
+std::string ThrownText(Call call) {
+    try {
+        call();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "";
+}
+
 // The message of the CalibrationException that `call` throws, without the
 // "<file>(<line>): " in front of it; "" when nothing is thrown.
 template <typename Call>
 std::string FailureText(Call call) {
-    try {
-        call();
-    } catch (const CalibrationException& e) {
-        const std::string text = e.what();
-        const size_t at = text.find("): ");
-        return at == std::string::npos ? text : text.substr(at + 3);
-    }
-    return "";
+    const std::string text = ThrownText<CalibrationException>(call);
+    const size_t at = text.find("): ");
+    return at == std::string::npos ? text : text.substr(at + 3);
 }
 
 // The non-NaN samples of the moving window of `size` on `row` at x: positions
