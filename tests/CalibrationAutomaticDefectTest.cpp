@@ -11,7 +11,6 @@ using namespace orvane::test;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 constexpr int kWidth = 12;
 constexpr int kHeight = 10;
 

@@ -172,7 +172,6 @@ TEST(CalibrationClustersParametersSet, HoldsBirchAndNoDefaultRow) {
     const CalibrationClustersParameters& birch = s_clustersCalibrationParametersSet.lookup("Birch.x.m1");
     EXPECT_EQ((std::vector<float>{10, 81, 81, 60}), (std::vector<float>{float(birch.PatchMargin), float(birch.MedianSize),
                                                                         float(birch.AverageSize), birch.Threshold}));
-    EXPECT_EQ(1u, s_clustersCalibrationParametersSet.GetBaseRows().count("Birch"));
     EXPECT_EQ(0, s_clustersCalibrationParametersSet.lookup("Maple").MedianSize);
 }
 

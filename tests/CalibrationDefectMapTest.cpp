@@ -14,7 +14,6 @@ using namespace orvane::test;
 
 namespace {
 
-using Frame = ImagePtr<unsigned short>;
 using Position = std::pair<int, int>;  // (x, y)
 constexpr int W = 64;
 constexpr int H = 48;
@@ -55,11 +54,6 @@ std::vector<unsigned char> Isolated(const std::vector<Position>& positions) {
     std::vector<unsigned char> map(W * H, 0);
     for (const auto& p : positions) map[p.second * W + p.first] = 1;
     return map;
-}
-
-size_t Count(const std::vector<std::string>& lines, const std::string& text) {
-    return std::count_if(lines.begin(), lines.end(),
-                         [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
 // Gain k / 1024 (k = 900 + 3x + 2y) and raw frames of k: the correction gives exactly 1024.
@@ -182,7 +176,7 @@ TEST(CalibrationDefectMap, DosesAreClippedQuantisedHighPassedAndCounted) {
     }
     for (const char* line : {"Dose 1 - Number of detected defects : 3\n",  // the area only
                              "Dose 2 - Number of detected defects : 4\n", "Dose 3 - Number of detected defects : 4\n"})
-        EXPECT_EQ(1u, Count(log.lines, line)) << line;
+        EXPECT_EQ(1, CountContaining(log.lines, line)) << line;
 
     f.calibration.Init();  // takes no new image, restarts the counts, not the dose
     EXPECT_EQ(3u, ImageCollectorRegistry::Instance().FindCollector<float>(W, H)->GetPool().size());
@@ -190,7 +184,7 @@ TEST(CalibrationDefectMap, DosesAreClippedQuantisedHighPassedAndCounted) {
     f.calibration.Clear();
     f.calibration.Init();
     f.calibration.DefectMap6({Flat()});
-    EXPECT_EQ(1u, Count(log.lines, "Dose 4 - Number of detected defects : 0\n"));
+    EXPECT_EQ(1, CountContaining(log.lines, "Dose 4 - Number of detected defects : 0\n"));
     f.calibration.UpdateDefectMapReference();
     EXPECT_TRUE(scratch.Entries().empty());  // no debug image without the option
 }
@@ -213,7 +207,7 @@ TEST(CalibrationDefectMap, ExclusionBandIsMeanPlusMinusExcludeSigmasOrNoneWithou
         ComputeGFAMeanAndSigma(work, ROI(c.p.Y0, c.p.X0, c.p.Height, c.p.Width), 3, 0.05f,
                                static_cast<float>(c.p.GfaMin), static_cast<float>(c.p.GfaMax), mean, sigma);
         const bool none = std::isnan(mean) || std::isnan(sigma);
-        EXPECT_EQ(none ? 1u : 0u, Count(log.lines, "I Defect Map Mean Corrected : 0 Sigma Corrected : -1\n"));
+        EXPECT_EQ(none ? 1 : 0, CountContaining(log.lines, "I Defect Map Mean Corrected : 0 Sigma Corrected : -1\n"));
         if (none) mean = 0, sigma = -1;  // the band is empty: every pixel counts
         const float t = static_cast<float>(c.p.ExcludeSigmas * static_cast<double>(sigma));
         const float low = static_cast<float>(static_cast<double>(mean) - t);
@@ -255,7 +249,7 @@ TEST(CalibrationDefectMap, FailuresCarryTheirMessagesAndKeepTheCountsAndTheDose)
     LogCapture log;
     f.calibration.DefectMap6({Flat()});  // nothing left of the failed series
     EXPECT_EQ(1.0f, Pool(2)[30 * W + 30]);
-    EXPECT_EQ(1u, Count(log.lines, "Dose 2 - Number of detected defects : 1\n"));
+    EXPECT_EQ(1, CountContaining(log.lines, "Dose 2 - Number of detected defects : 1\n"));
     f.calibration.Clear();
     EXPECT_EQ("CalibrationDefectMap::DefectMap6 failed because Init has not run",  // images given back
               FailureText([&] { f.calibration.DefectMap6({Flat()}); }));

@@ -157,8 +157,6 @@ TEST(EchoLineParametersSet, RowsOfEveryModelAndTheDefaultRowForUnknownOnes) {
     EXPECT_EQ(10u, s_EchoLineParametersSet.GetBaseRows().size());
     const EchoLineParameters* fallback = &s_EchoLineParametersSet.lookup("");
     EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Willow"));
-    EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Hazel.A12.m3"));
-    EXPECT_EQ(&s_EchoLineParametersSet.lookup("Birch"), &s_EchoLineParametersSet.lookup("Birch.A1.m2"));
 }
 
 TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlagAFailedLoadNothing) {

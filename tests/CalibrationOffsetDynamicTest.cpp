@@ -6,7 +6,6 @@ using namespace orvane::test;
 
 namespace {
 
-using Frame = ImagePtr<unsigned short>;
 using Values = std::vector<unsigned short>;
 
 // Each test uses its own image format, so that pools of the registry are not shared.

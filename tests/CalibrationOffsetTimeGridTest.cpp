@@ -11,8 +11,6 @@ using namespace orvane::test;
 
 namespace {
 
-using Frame = ImagePtr<unsigned short>;
-
 Frame MakeFrame(int width, unsigned short value, long long time, float temperature) {
     Frame frame = MakeFilled<unsigned short>(width, 1, value);
     frame->SetProperty("image.time", time);
@@ -119,7 +117,6 @@ TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTimeSavedGridLoadsBackAndAno
     EXPECT_EQ(2, saved.GetNbReferences());
     EXPECT_EQ(saved.GetAt(1), saved.Get(60));
     EXPECT_NE(saved.GetAt(0), saved.GetStandbyOffset());
-    EXPECT_EQ(3, saved.GetAt(1)->GetPixelCount());
     EXPECT_THROW(saved.GetAt(2), ReferenceException);
     EXPECT_THROW(saved.GetAt(-1), ReferenceException);
     EXPECT_THROW(saved.Get(61), ReferenceException);

@@ -80,12 +80,8 @@ TEST_F(CalibrationOptions, DebugImagesOfTheDynamicOffsetAndOfAnyImageOrSequence)
     // A missing image or one of another size fails before the file is made.
     const std::string message = "): Impossible to write image 'DM6-ImageDebug-bad.fxd'";
     for (const auto& other : {ImagePtr<float>(), MakeImage<float>(2, 2)}) {
-        std::string text;
-        try {
-            SaveDebugImage(std::vector<ImagePtr<float>>{images[0], other}, "DM6", "bad");
-        } catch (const ImageFileException& e) {
-            text = e.what();
-        }
+        const std::string text = ThrownText<ImageFileException>(
+            [&] { SaveDebugImage(std::vector<ImagePtr<float>>{images[0], other}, "DM6", "bad"); });
         EXPECT_EQ(text.size() - message.size(), text.rfind(message)) << text;
     }
     EXPECT_THROW(SaveDebugImage(ImagePtr<unsigned char>(), "DM6", "bad"), ImageFileException);

@@ -17,7 +17,6 @@ using namespace orvane::test;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 using P = DMFlagParameters;
 const int W = 20, H = 12;
 

@@ -178,7 +178,6 @@ TEST(DefectMapParameterSets, ZoomAtTheReadoutSizeGivesThePlainRow) {
     EXPECT_EQ(9 + 8 + 16 + 7 + 10, checked);
     EXPECT_EQ(ROI(60, 0, 1000, 204), s_defectMapDarkZoomParametersSet.get("Hazel.A1.m1", 65500, 1000).Area);
     EXPECT_EQ(ROI(60, 0, 640, 880), s_defectMapDarkZoomParametersSet.get("Aspen.A1.m21", 864, 640).Area);
-    EXPECT_EQ(ROI(0, 0, 0, 0), s_defectMapDarkZoomParametersSet.get("Hazel", 1560, 1440).Area);
 }
 
 TEST(GainLinearParametersSet, SharedValuesCentredGridAndZoomRowsThatFollowTheCentre) {

@@ -12,7 +12,6 @@
 #include <cmath>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
 #include <ostream>
@@ -22,12 +21,9 @@
 
 using boost::property_tree::ptree;
 using namespace orvane::test;
-using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
 namespace {
-
-const float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
 
 // Saves `saved` as valid and loads it into `loaded`; `refused`, of another size or
 // coefficient count, refuses the file and stays invalid.
@@ -39,11 +35,6 @@ void SaveLoadAndRefuse(Store& saved, Store& loaded, Store& refused) {
     EXPECT_TRUE(loaded.IsValid());
     EXPECT_THROW(refused.Load(), ReferenceException);
     EXPECT_FALSE(refused.IsValid());
-}
-
-std::string ReadBytes(const std::string& name) {
-    std::ifstream in(name, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
 void WriteBytes(const std::string& name, const std::string& bytes) {
@@ -146,7 +137,7 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     out.WriteFrame(pixels.data(), 1);
     out.WriteFrame(pixels.data(), 0);
     out.Close();
-    const std::string good = ReadBytes("good.fxd");
+    const std::string good = ReadFile("good.fxd");
     const std::string block = "frame 0 0:\n1 5:image 0:\n2 4:time 3:100\n";
     ASSERT_EQ(128 + block.size() + 2 * 6 * 2, good.size());
     std::string header = "OFXD" + std::string(124, '\0');  // then 96 reserved zero bytes
@@ -262,7 +253,7 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     EXPECT_EQ(std::vector<unsigned short>({5, 0}), Pixels(inMemory.GetOffset()));
 
     // A failed load leaves the store, a failed save the file as it was.
-    const std::string bytes = ReadBytes("offset.fxd");
+    const std::string bytes = ReadFile("offset.fxd");
     WriteBytes("cut.fxd", bytes.substr(0, bytes.size() - 2));
     orvane::detail::WriteReferenceFile<unsigned short>(Reference("otherkind.fxd"), "ReferenceOther",
                                                        {saved.GetOffset()}, {});
@@ -271,24 +262,10 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
                   .find("ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"));
     EXPECT_NE(std::string::npos, LoadFailure(2, 3, "offset.fxd").find("are 3x2, the store's are 2x3"));
     EXPECT_NE(std::string::npos, LoadFailure(3, 2, "otherkind.fxd").find("file of a ReferenceOther"));
-    EXPECT_NE(std::string::npos, LoadFailure(3, 2, "missing.fxd").find("cannot be opened"));
 
     std::filesystem::create_directory("offset.fxd.part");  // the file cannot be written
     EXPECT_THROW(saved.Save(), ReferenceException);
-    EXPECT_EQ(bytes, ReadBytes("offset.fxd"));
-
-    // A store state without images comes back.
-    Reference store("state.fxd"), state("state.fxd");
-    store.SetValid(true);
-    ptree settings;
-    settings.put("grid.deltaTime", 500);
-    orvane::detail::WriteReferenceFile<unsigned char>(store, "ReferenceState", {}, settings);
-    auto content = orvane::detail::ReadReferenceFile<unsigned char>(state, "ReferenceState", 0, 0, -1);
-    EXPECT_TRUE(content.images.empty());
-    EXPECT_TRUE(content.settings == settings);
-    EXPECT_FALSE(state.IsValid());
-    orvane::detail::CommitReferenceFile(state, content, {});
-    EXPECT_TRUE(state.IsValid());
+    EXPECT_EQ(bytes, ReadFile("offset.fxd"));
 
     ReferenceGainPoly poly(3, 2, 3, "poly.fxd"), polyLoaded(3, 2, 3, "poly.fxd"), fewer(3, 2, 2, "poly.fxd");
     for (int k = 0; k < 3; ++k) {

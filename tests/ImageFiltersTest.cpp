@@ -20,8 +20,6 @@ using Floats = std::vector<float>;
 
 namespace {
 
-const float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
-
 ImagePtr<float> Image(int width, int height, const std::vector<float>& pixels) {
     auto image = MakeImage<float>(width, height);
     std::copy(pixels.begin(), pixels.end(), image->GetData());

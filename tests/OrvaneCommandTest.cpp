@@ -7,13 +7,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
 
 namespace fs = std::filesystem;
-using orvane::test::ScratchDirectory;
+using namespace orvane::test;
 
 namespace {
 
@@ -28,25 +27,9 @@ Outcome Orvane(const std::string& arguments) {
     const int status = std::system(command.c_str());
     Outcome run;
     run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    auto slurp = [](const char* name) {
-        std::ifstream in(name);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    };
-    run.out = slurp("out.txt");
-    run.err = slurp("err.txt");
+    run.out = ReadFile("out.txt");
+    run.err = ReadFile("err.txt");
     return run;
-}
-
-bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
-// Entries of a folder, hidden ones included.
-std::vector<std::string> Entries(const std::string& dir) {
-    std::vector<std::string> names;
-    if (fs::is_directory(dir)) {
-        for (const auto& entry : fs::directory_iterator(dir)) names.push_back(entry.path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 const char* const kSmall = "Willow.*.m12";  // 342 x 396
@@ -60,14 +43,14 @@ TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
     ASSERT_EQ(0, simulate.code) << simulate.err;
     const std::string frames = (scratch.Path() / "frames").string();
     const std::string calibrate = "calibrate --model '" + std::string(kSmall) + "' --in ";
-    const std::vector<std::string> written = Entries(frames);
+    const std::vector<std::string> written = EntriesOf(frames);
     for (const char* name : {"dark-000.fxd", "dark-003.fxd", "flat-1-000.fxd", "flat-3-002.fxd", "truth"})
         EXPECT_TRUE(std::binary_search(written.begin(), written.end(), name)) << name;
     EXPECT_EQ(4u + 3u * 3u + 1u, written.size());  // nothing else, no staging folder left
 
     const Outcome run = Orvane(calibrate + frames + " --out result");
     ASSERT_EQ(0, run.code) << run.err;
-    const std::vector<std::string> files = Entries("result");
+    const std::vector<std::string> files = EntriesOf("result");
     for (const char* name : {"report.html", "summary.json", "orvane.log", "offset-dynamic.fxd"})
         EXPECT_TRUE(std::binary_search(files.begin(), files.end(), name)) << name;
     for (const std::string& name : files) EXPECT_NE('.', name[0]) << name;  // no staging folder left
@@ -115,6 +98,6 @@ TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
         EXPECT_EQ(2, run.code) << c.arguments;
         EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
         EXPECT_TRUE(Contains(run.err, "orvane: ") && Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
-        EXPECT_TRUE(Entries("x").empty()) << c.arguments;  // nothing half-written
+        EXPECT_TRUE(EntriesOf("x").empty()) << c.arguments;  // nothing half-written
     }
 }

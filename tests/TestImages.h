@@ -1,7 +1,7 @@
 #ifndef ORVANE_TESTS_TESTIMAGES_H
 #define ORVANE_TESTS_TESTIMAGES_H
 
-// Frames and log capture shared by the test suites.
+// Frames, log capture, scratch folders and text helpers shared by the test suites.
 
 #include "OrvaneCalibration.h"
 
@@ -11,13 +11,20 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <initializer_list>
+#include <iterator>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace orvane {
 namespace test {
+
+using Frame = ImagePtr<unsigned short>;
+using Bytes = std::vector<unsigned char>;
+const float kNaN = std::numeric_limits<float>::quiet_NaN(), kInf = std::numeric_limits<float>::infinity();
 
 // An image of width x height whose pixels are `values` row after row (the rest 0).
 template <typename T>
@@ -58,6 +65,31 @@ private:
     int handle;
 };
 
+// The names of the entries of `dir`, hidden ones included, sorted; none when `dir`
+// is no directory.
+inline std::vector<std::string> EntriesOf(const std::filesystem::path& dir) {
+    std::vector<std::string> names;
+    if (std::filesystem::is_directory(dir)) {
+        for (const auto& entry : std::filesystem::directory_iterator(dir)) names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// The bytes of the file at `path`; "" when it cannot be read.
+inline std::string ReadFile(const std::filesystem::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+// How many of `lines` contain `part`.
+inline long CountContaining(const std::vector<std::string>& lines, const std::string& part) {
+    return std::count_if(lines.begin(), lines.end(), [&](const std::string& line) { return Contains(line, part); });
+}
+inline bool Contains(const std::vector<std::string>& lines, const std::string& part) { return CountContaining(lines, part) > 0; }
+
 // A fresh temporary directory, made the current directory while this lives; it is
 // left and removed with its contents afterwards.
 class ScratchDirectory {
@@ -79,15 +111,7 @@ public:
 
     const std::filesystem::path& Path() const { return path; }
 
-    // The names of the entries, sorted.
-    std::vector<std::string> Entries() const {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(path)) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
+    std::vector<std::string> Entries() const { return EntriesOf(path); }
 
 private:
     std::filesystem::path previous;
