@@ -7,6 +7,8 @@ packages=(
     build-essential g++ clang cmake ninja-build make
     libboost-dev libboost-program-options-dev libpng-dev
     libgtest-dev libgmock-dev googletest libbenchmark-dev
+    libtiff-dev libhdf5-dev libcfitsio-dev pkg-config
+    python3 python3-numpy python3-tifffile python3-h5py python3-astropy
 )
 
 missing=()

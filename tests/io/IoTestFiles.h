@@ -1,0 +1,47 @@
+#ifndef ORVANE_TESTS_IO_IOTESTFILES_H
+#define ORVANE_TESTS_IO_IOTESTFILES_H
+
+// Frames of known content for the image-file suites, and the independent readers and
+// writers of tests/io/*.py run beside them.
+
+#include "TestImages.h"
+#include "io/SeriesSource.h"
+#include "io/SeriesWriter.h"
+
+#include <cstdlib>
+#include <string>
+#include <type_traits>
+
+namespace orvane {
+namespace test {
+
+// Pixel (x, y) of frame f of a test series, the same formula as tests/io/frames.py:
+// every bit of a 16-bit pixel, both bytes, and float values that no shorter type holds.
+template <typename T>
+T TestPixel(int x, int y, int f) {
+    const unsigned v = static_cast<unsigned>(x * 7919 + y * 104729 + f * 1299709);
+    if constexpr (std::is_same_v<T, float>) return static_cast<float>(int(v % 200001) - 100000) / 7.0f;
+    else return static_cast<T>(v);
+}
+
+template <typename T>
+ImagePtr<T> TestFrame(int width, int height, int f) {
+    auto image = MakeImage<T>(width, height);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) image->GetData()[y * width + x] = TestPixel<T>(x, y, f);
+    image->SetProperty("image.time", 60 * f + 7);
+    image->SetProperty("image.temperature", 30.25 + f);
+    return image;
+}
+
+// Runs `tests/io/<script> <arguments>` with the Python that has the independent
+// readers and writers; its exit code (0: the files agree).
+inline int RunPython(const std::string& script, const std::string& arguments) {
+    const std::string command = std::string(ORVANE_TEST_PYTHON) + " " + ORVANE_IO_SCRIPTS + "/" + script + " " + arguments;
+    return std::system(command.c_str());
+}
+
+}  // namespace test
+}  // namespace orvane
+
+#endif
