@@ -107,8 +107,10 @@ TEST(Hdf5File, RefusesWhatItCannotReadInOneLine) {
         {"/bitshuffled", "is compressed with filter 32008 (unnamed), which this HDF5 build lacks"},
         {"/huge", "frames of 100000 x 100000 pixels are beyond what is read (at most 65535 a side and 268435456 "
                   "pixels)"}};
-    for (const auto& [dataset, problem] : refused)
-        EXPECT_EQ("odd.h5:" + std::string(dataset) + ": " + problem, Failure([&] { OpenHdf5Series("odd.h5", dataset); }));
+    for (const auto& refusal : refused) {
+        EXPECT_EQ("odd.h5:" + std::string(refusal.first) + ": " + refusal.second,
+                  Failure([&] { OpenHdf5Series("odd.h5", refusal.first); }));
+    }
     EXPECT_EQ("odd.h5: has no dataset '/x'", Failure([] { OpenHdf5Series("odd.h5", "x"); }));
 
     std::filesystem::copy_file("odd.h5", "cut.h5");
