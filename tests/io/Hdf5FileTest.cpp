@@ -112,6 +112,8 @@ TEST(Hdf5File, RefusesWhatItCannotReadInOneLine) {
                   Failure([&] { OpenHdf5Series("odd.h5", refusal.first); }));
     }
     EXPECT_EQ("odd.h5: has no dataset '/x'", Failure([] { OpenHdf5Series("odd.h5", "x"); }));
+    H5py("flat.h5 /theta '<f4' 3");
+    EXPECT_EQ("flat.h5: has no dataset of 2 or 3 dimensions", Failure([] { OpenHdf5Series("flat.h5", ""); }));
 
     std::filesystem::copy_file("odd.h5", "cut.h5");
     std::filesystem::resize_file("cut.h5", 1500);

@@ -1,15 +1,10 @@
 """The other side of the HDF5 tests: h5py writes and reads datasets of test frames.
 
-hdf5_interop.py write PATH DATASET DTYPE SHAPE [OPTION ...]
-hdf5_interop.py check PATH DATASET DTYPE SHAPE [attrs]
-SHAPE is the dataset's dimensions, e.g. 5x9x11 (frames x rows x columns) or 9x11; the
-pixels are those of test frames 0, 1, ... of the last two dimensions. DTYPE is a numpy
-type string (<u2, >u2, u1, <f4, <i2, ...).
-write adds the dataset to PATH (created when missing); OPTIONs: chunks=F,R,C gzip
-shuffle filter=ID (a filter h5py need not know) empty (no data written) attrs (the
-frame attributes).
-check: the dataset as our writer makes it: the pixels to the bit, one frame per chunk,
-gzip with shuffle, frames unlimited, and the frame attributes when attrs is given.
+hdf5_interop.py write|check PATH DATASET DTYPE SHAPE [OPTION ...]
+SHAPE e.g. 5x9x11 (frames x rows x columns); DTYPE a numpy type string (<u2, >u2, u1, ...).
+write adds the dataset to PATH; OPTIONs: chunks=F,R,C gzip shuffle filter=ID (one h5py
+need not know) empty (no data) attrs (the frame attributes).
+check: the dataset as our writer makes it, pixels to the bit, and attributes when attrs.
 """
 import sys
 
