@@ -157,7 +157,7 @@ public:
 
     void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
                     const boost::property_tree::ptree& properties) override {
-        if (!file) throw ImageFileError(path, "is closed");
+        if (!file) throw ImageFileError(path, failure.empty() ? "is closed" : failure);
         const FrameShape frame{width, height, pixel, 1};
         if (written == 0) {
             CheckFrameShape(path, frame);
@@ -194,12 +194,16 @@ public:
             }
         }
         if (status != 0) {
-            throw ImageFileError(path, "cannot be written at frame " + std::to_string(written) + ": " + StatusText(status));
+            // The file is left as it stands; neither another frame nor Close mends it.
+            failure = "cannot be written at frame " + std::to_string(written) + ": " + StatusText(status);
+            file.reset();
+            throw ImageFileError(path, failure);
         }
         ++written;
     }
 
     void Close() override {
+        if (!file && !failure.empty()) throw ImageFileError(path, failure);
         if (!file) return;
         if (written == 0) throw ImageFileError(path, "has no frames: an image needs one at least");
         int status = 0;
@@ -245,6 +249,7 @@ private:
     FrameShape shape;
     int written = 0;
     int planes = 0;  // NAXIS3 of the image as it stands
+    std::string failure;
 };
 
 }  // namespace
