@@ -136,14 +136,17 @@ TEST(TiffFile, RefusesBadFilesOnOneLineAndLibtiffStaysSilent) {
     std::ofstream("fake.tif") << "0123456789";
 
     testing::internal::CaptureStderr();
-    for (const auto& [kind, problem] : refused) EXPECT_EQ(kind + ".tif: " + problem, Failure([&] { ReadAll(kind + ".tif"); }));
+    for (const auto& [kind, problem] : refused) {
+        const std::string file = kind + ".tif";
+        EXPECT_EQ(file + ": " + problem, Failure([&] { ReadAll(file); }));
+    }
     // libtiff's own words follow ours.
     const std::pair<std::string, std::string> broken[] = {
         {"cut-ours.tif", "has its pages cut short after page 0 ("},
         {"cut-theirs.tif", "cannot read frame 2 at strip "},
         {"fake.tif", "is not a readable TIFF file (Not a TIFF"}};
     for (const auto& [file, problem] : broken) {
-        const std::string text = Failure([&] { ReadAll(file); }), lead = file + ": " + problem;
+        const std::string path = file, text = Failure([&] { ReadAll(path); }), lead = file + ": " + problem;
         EXPECT_EQ(lead, text.substr(0, lead.size())) << text;
         EXPECT_EQ(std::string::npos, text.find('\n')) << text;
     }
