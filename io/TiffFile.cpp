@@ -5,6 +5,7 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -12,6 +13,8 @@
 #include <mutex>
 #include <sstream>
 #include <vector>
+
+#include <unistd.h>
 
 namespace orvane {
 namespace io {
@@ -87,6 +90,7 @@ struct PageLayout {
     std::uint16_t bits = 1, format = SAMPLEFORMAT_UINT, samples = 1, photometric = PHOTOMETRIC_MINISBLACK;
     bool tiled = false;
     std::uint32_t tileWidth = 0, tileHeight = 0, rowsPerStrip = 0;
+    bool asStored = false;  // uncompressed, in the host's order: the file's bytes are the pixels
 };
 
 PageLayout LayoutOf(TIFF* tif) {
@@ -105,6 +109,10 @@ PageLayout LayoutOf(TIFF* tif) {
         TIFFGetFieldDefaulted(tif, TIFFTAG_ROWSPERSTRIP, &page.rowsPerStrip);
         page.rowsPerStrip = std::max<std::uint32_t>(1, std::min(page.rowsPerStrip, page.height));
     }
+    std::uint16_t compression = COMPRESSION_NONE, fillOrder = FILLORDER_MSB2LSB;
+    TIFFGetFieldDefaulted(tif, TIFFTAG_COMPRESSION, &compression);
+    TIFFGetFieldDefaulted(tif, TIFFTAG_FILLORDER, &fillOrder);
+    page.asStored = compression == COMPRESSION_NONE && fillOrder == FILLORDER_MSB2LSB && !TIFFIsByteSwapped(tif);
     return page;
 }
 
@@ -230,17 +238,46 @@ private:
         }
     }
 
-    // Each strip is decoded straight into the frame; uncompressed strips in the
-    // host's order are read from the file into it without a copy.
+    // Each strip is decoded straight into the frame. Strips stored as they are and one
+    // after another in the file are read together, one read per run of them; libtiff
+    // reads any other strip, and any run that comes short, reporting why.
     void ReadStrips(int index, unsigned char* pixels) {
         TIFF* tif = handle->Get();
         const tmsize_t rowBytes = tmsize_t(Shape().width) * BytesPerPixel(Shape().pixel);
-        for (std::uint32_t row = 0, strip = 0; row < page.height; row += page.rowsPerStrip, ++strip) {
-            const tmsize_t bytes = tmsize_t(std::min(page.rowsPerStrip, page.height - row)) * rowBytes;
-            if (TIFFReadEncodedStrip(tif, strip, pixels + tmsize_t(row) * rowBytes, bytes) != bytes) {
-                throw Unreadable(index, "strip " + std::to_string(strip));
+        const std::uint32_t strips = (page.height + page.rowsPerStrip - 1) / page.rowsPerStrip;
+        const auto bytesOf = [&](std::uint32_t strip) {
+            return tmsize_t(std::min(page.rowsPerStrip, page.height - strip * page.rowsPerStrip)) * rowBytes;
+        };
+        for (std::uint32_t first = 0, end = 0; first < strips; first = end) {
+            unsigned char* const at = pixels + tmsize_t(first) * page.rowsPerStrip * rowBytes;
+            tmsize_t run = bytesOf(first);
+            end = first + 1;
+            if (page.asStored && TIFFGetStrileByteCount(tif, first) >= std::uint64_t(run)) {
+                const std::uint64_t offset = TIFFGetStrileOffset(tif, first);
+                while (end < strips && TIFFGetStrileOffset(tif, end) == offset + std::uint64_t(run) &&
+                       TIFFGetStrileByteCount(tif, end) >= std::uint64_t(bytesOf(end))) {
+                    run += bytesOf(end++);
+                }
+                if (ReadAt(TIFFFileno(tif), at, run, offset)) continue;
+            }
+            for (std::uint32_t strip = first; strip < end; ++strip) {
+                const tmsize_t bytes = bytesOf(strip);
+                if (TIFFReadEncodedStrip(tif, strip, pixels + tmsize_t(strip) * page.rowsPerStrip * rowBytes, bytes) !=
+                    bytes) {
+                    throw Unreadable(index, "strip " + std::to_string(strip));
+                }
             }
         }
+    }
+
+    static bool ReadAt(int fd, unsigned char* data, tmsize_t bytes, std::uint64_t offset) {
+        while (bytes > 0) {
+            const ssize_t got = pread(fd, data, size_t(bytes), off_t(offset));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) return false;
+            data += got, bytes -= got, offset += std::uint64_t(got);
+        }
+        return true;
     }
 
     // Tiles are decoded into one buffer kept from frame to frame, then their rows,

@@ -66,7 +66,7 @@ TEST(TiffFile, ReadsWhatTifffileWritesInEachLayout) {
     };
     const Case cases[] = {
         {"u16.tif", "'<u2' describe rowsperstrip=3", PixelKind::UInt16, 6, 7, 3},
-        {"big-endian.tif", "'>u2' describe", PixelKind::UInt16, 6, 4, 3},
+        {"big-endian.tif", "'>u2' describe rowsperstrip=3", PixelKind::UInt16, 6, 4, 3},
         {"tiled.tif", "'<u2' tile=16", PixelKind::UInt16, 37, 21, 2},
         {"bigtiff.tif", "'>u2' bigtiff describe", PixelKind::UInt16, 5, 3, 2},
         {"float.tif", "'<f4' describe", PixelKind::Float32, 5, 7, 2},
