@@ -402,11 +402,11 @@ std::unique_ptr<SeriesSource> OpenTiffSeries(const std::string& path) {
     auto handle = std::make_unique<TiffHandle>(path, "rm");
     if (!handle->Opened()) throw handle->Error("is not a readable TIFF file");
     // The pages are counted by walking the chain of directory offsets; a chain that
-    // breaks off (a truncated file) is an error, not a shorter series.
+    // breaks off (a truncated file) or loops is an error, not a shorter series.
     handle->ClearError();
     const tdir_t pages = TIFFNumberOfDirectories(handle->Get());
     if (handle->HasError()) {
-        throw handle->Error("has its pages cut short after page " + std::to_string(pages == 0 ? 0 : pages - 1));
+        throw handle->Error("has its chain of pages broken after page " + std::to_string(pages == 0 ? 0 : pages - 1));
     }
     const PageLayout first = LayoutOf(handle->Get());
     const int frames = int(std::min<tdir_t>(pages, 1u << 30));

@@ -142,7 +142,7 @@ TEST(TiffFile, RefusesBadFilesOnOneLineAndLibtiffStaysSilent) {
     }
     // libtiff's own words follow ours.
     const std::pair<std::string, std::string> broken[] = {
-        {"cut-ours.tif", "has its pages cut short after page 0 ("},
+        {"cut-ours.tif", "has its chain of pages broken after page 0 ("},
         {"cut-theirs.tif", "cannot read frame 2 at strip "},
         {"fake.tif", "is not a readable TIFF file (Not a TIFF"}};
     for (const auto& [file, problem] : broken) {
