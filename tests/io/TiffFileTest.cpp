@@ -121,6 +121,7 @@ TEST(TiffFile, RefusesBadFilesOnOneLineAndLibtiffStaysSilent) {
         {"uint32", "holds 32-bit unsigned integer pixels; only 8/16-bit unsigned and 32-bit float are read"},
         {"float64", "holds 64-bit float pixels; only 8/16-bit unsigned and 32-bit float are read"},
         {"bilevel", "holds 1-bit (bilevel) pixels; only 8/16-bit unsigned and 32-bit float are read"},
+        {"tile", "has tiles of 2048 x 2048 pixels, out of proportion to its 5 x 3 16-bit unsigned frames"},
         {"huge", "frames of 100000 x 3 pixels are beyond what is read (at most 65535 a side and 268435456 pixels)"},
     };
     for (const auto& [kind, problem] : refused) ASSERT_EQ(0, RunPython("tiff_interop.py", "bad " + kind + ".tif " + kind));

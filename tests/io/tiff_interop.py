@@ -9,7 +9,8 @@ tiff_interop.py check PATH WIDTH HEIGHT FRAMES DTYPE [bigtiff]
     page of strips per frame, host byte order, minisblack, with its properties.
 tiff_interop.py bad PATH KIND
     a file we must refuse: mixed (pages of two sizes), rgb, int16, uint32, float64,
-    bilevel, palette, huge (a one-page file whose ImageWidth is patched to 100000).
+    bilevel, palette, tile (2048 x 2048 tiles on a 5 x 3 frame), huge (a one-page file
+    whose ImageWidth is patched to 100000).
 """
 import json
 import sys
@@ -82,6 +83,8 @@ def bad(path, kind):
     elif kind == 'palette':
         tifffile.imwrite(path, frame.astype(np.uint8), photometric='palette',
                          colormap=np.zeros((3, 256), np.uint16), metadata=None)
+    elif kind == 'tile':
+        tifffile.imwrite(path, frame, tile=(2048, 2048), compression='zlib', metadata=None)
     elif kind == 'huge':
         tifffile.imwrite(path, frame, metadata=None)
         with tifffile.TiffFile(path, mode='r+b') as tif:
