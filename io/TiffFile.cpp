@@ -350,7 +350,11 @@ public:
                   TIFFSetField(tif, TIFFTAG_ROWSPERSTRIP, rowsPerStrip);
         if (ok && (!properties.empty() || !properties.data().empty())) {
             std::ostringstream json;
-            boost::property_tree::write_json(json, properties, false);
+            try {
+                boost::property_tree::write_json(json, properties, false);
+            } catch (const boost::property_tree::ptree_error&) {
+                throw ImageFileError(path, "frame " + std::to_string(frames) + " has properties JSON cannot hold");
+            }
             std::string description = json.str();
             while (!description.empty() && description.back() == '\n') description.pop_back();
             ok = TIFFSetField(tif, TIFFTAG_IMAGEDESCRIPTION, description.c_str());
