@@ -79,6 +79,14 @@ void CalibrationDefectMap::DefectMap6(const std::vector<ImagePtr<unsigned short>
             "CalibrationDefectMap::DefectMap6 failed due uncorrect number of images", __FILE__,
             __LINE__);
     }
+    BeginDose();
+    for (const ImagePtr<unsigned short>& image : images) {
+        _AccumulateImg(image);
+    }
+    _FinishDose(save);
+}
+
+void CalibrationDefectMap::BeginDose() {
     RequireInit(workImages.IsOpen(),
                 "CalibrationDefectMap::DefectMap6 failed because Init has not run",
                 __FILE__, __LINE__);
@@ -86,9 +94,25 @@ void CalibrationDefectMap::DefectMap6(const std::vector<ImagePtr<unsigned short>
     // from the count as well.
     work->Fill(0.0f);
     accumulated = 0;
-    for (const ImagePtr<unsigned short>& image : images) {
-        _AccumulateImg(image);
+}
+
+void CalibrationDefectMap::AccumulateDoseImg(ImagePtr<unsigned short> image) {
+    RequireInit(workImages.IsOpen(),
+                "CalibrationDefectMap::DefectMap6 failed because Init has not run",
+                __FILE__, __LINE__);
+    _AccumulateImg(image);
+}
+
+void CalibrationDefectMap::EndDose() {
+    if (accumulated == 0) {
+        LogAndThrow<CalibrationException>(
+            "CalibrationDefectMap::DefectMap6 failed due uncorrect number of images", __FILE__,
+            __LINE__);
     }
+    _FinishDose(IsCalibrationOptionSet(kSaveOption));
+}
+
+void CalibrationDefectMap::_FinishDose(bool save) {
     _DivideAccumulation();
     if (save) {
         SaveDebugImage(work, _GetCalibrationType(), DoseStage(dose, "input-mean"));

@@ -78,6 +78,14 @@ public:
     // zeroed work image and a frame count of 0, so a series that failed half-way
     // leaves nothing behind in the next one.
     void DefectMap6(const std::vector<ImagePtr<unsigned short>>& images);
+    // The same dose fed one frame at a time, for hosts that never hold a whole dose:
+    // BeginDose (zeroed work image and count; fails before Init as DefectMap6 does),
+    // AccumulateDoseImg per frame, then EndDose, which gives what DefectMap6(frames)
+    // gives (an empty dose fails as an empty series does). The debug option saves the
+    // stages from the mean on; the frames themselves are not kept.
+    void BeginDose();
+    void AccumulateDoseImg(ImagePtr<unsigned short> image);
+    void EndDose();
     // The dose algorithm on what stands in `work`; `dose` goes up by one at its end.
     void DefectMap6();
     // Writes the counts of the measured area into the store's map, truncated to 8 bits
@@ -92,6 +100,8 @@ private:
 
     void _AccumulateImg(ImagePtr<unsigned short> image);
     void _DivideAccumulation();
+    // The mean of the accumulated frames, gain-corrected, then DefectMap6().
+    void _FinishDose(bool save);
     // work /= gain through a CorrectionGainLinear on the gain store; a store of
     // another size than the map fails.
     void _CorrectGain();

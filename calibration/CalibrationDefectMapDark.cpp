@@ -44,6 +44,21 @@ void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
     for (const auto& image : images) {
         _AccumulateImg(image);
     }
+    _FinishSeries();
+}
+
+void CalibrationDefectMapDark::AccumulateImg(ImagePtr<unsigned short> image) { _AccumulateImg(image); }
+
+void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge() {
+    if (accumulated == 0) {
+        LogAndThrow<CalibrationException>(
+            "CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge failed due uncorrect number of images",
+            __FILE__, __LINE__);
+    }
+    _FinishSeries();
+}
+
+void CalibrationDefectMapDark::_FinishSeries() {
     _DivideAccumulation();
     _ComputeDefectMapDarkAndMerge();
     // The count is a pass over the frame: taken only when a sink listens.

@@ -46,6 +46,11 @@ public:
     // which takes the properties of the last frame. An empty list fails before
     // anything changes. Before Init, or with a null frame, fails as AccumulateImg.
     void ComputeDefectMapDarkAndMerge(const std::vector<ImagePtr<unsigned short>>& images);
+    // The same series fed one frame at a time, for hosts that never hold a whole
+    // series: AccumulateImg per frame, then ComputeDefectMapDarkAndMerge() gives what
+    // the list gives. Without a frame since the last series it fails as an empty list.
+    void AccumulateImg(ImagePtr<unsigned short> image);
+    void ComputeDefectMapDarkAndMerge();
     // Replaces the rectangle Area of the store's map by the counts, gives the map the
     // properties of `defects` and "info.quantlevels" = 18 (unsigned short), and
     // classifies the whole map. Pixels outside Area keep their values up to the
@@ -62,6 +67,8 @@ private:
     void _DivideAccumulation();
     // defects += 1.0 where ThresholdMin > work or work > ThresholdMax.
     void _ComputeDefectMapDarkAndMerge();
+    // The mean of the accumulated frames, the band test, the count logged.
+    void _FinishSeries();
 
     const DefectMapDarkParameters& parameters;
     boost::shared_ptr<ReferenceDM> reference;

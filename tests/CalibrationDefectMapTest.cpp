@@ -308,6 +308,35 @@ TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifiesAndSavesDebugI
     EXPECT_EQ(2, ImageFxdFileIn("DM6-ImageDebug-Dose_1_input.fxd").GetFrameCount());  // the frames of the dose
 }
 
+// Fed one frame at a time, a dose and a dark series give what their lists give.
+TEST(CalibrationDefectMap, DosesAndDarkSeriesFedFrameByFrameGiveWhatTheirListsGive) {
+    std::vector<Frame> frames, darks;
+    for (int k = 0; k < 3; ++k) {
+        frames.push_back(Flat({{20, 15, 3}, {40, 30, 0.5}, {10 + k, 10, 2}}));
+        darks.push_back(Plant(-1, {{20, 10, 5000}, {30, 20, static_cast<unsigned short>(97 + k)}}));
+        for (int i = 0; i < W * H; ++i) frames.back()->GetData()[i] += static_cast<unsigned short>((i * 7 + k * 13) % 29);
+    }
+    DM6 listed(Parameters(), SmoothGain()), streamed(Parameters(), SmoothGain());
+    listed.calibration.DefectMap6(frames);
+    streamed.calibration.BeginDose();
+    for (const Frame& frame : frames) streamed.calibration.AccumulateDoseImg(frame);
+    streamed.calibration.EndDose();
+    const std::vector<unsigned char> map = listed.Map();
+    EXPECT_EQ(map, streamed.Map());
+    EXPECT_EQ(std::vector<int>({1, 1}), std::vector<int>({map[15 * W + 20], map[30 * W + 40]}));
+    EXPECT_EQ("CalibrationDefectMap::DefectMap6 failed due uncorrect number of images",
+              FailureText([&] { streamed.calibration.BeginDose(), streamed.calibration.EndDose(); }));
+
+    DMDark darkList({ROI(0, 0, H, W), 100.0f, 1000.0f}), darkStream({ROI(0, 0, H, W), 100.0f, 1000.0f});
+    darkList.calibration.ComputeDefectMapDarkAndMerge(darks);
+    for (const Frame& frame : darks) darkStream.calibration.AccumulateImg(frame);
+    darkStream.calibration.ComputeDefectMapDarkAndMerge();
+    EXPECT_EQ(Isolated({{20, 10}, {30, 20}}), darkList.Map());
+    EXPECT_EQ(darkList.Map(), darkStream.Map());
+    EXPECT_EQ("CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge failed due uncorrect number of images",
+              FailureText([&] { darkStream.calibration.ComputeDefectMapDarkAndMerge(); }));
+}
+
 TEST(CalibrationDefectMapGain, PlantedDefectsFailOneOrBothTestsRatiosOnTheBoundsAreAcceptedEachRunStartsAfresh) {
     DefectMapGainParameters p = GainParameters();
     p.ClipMax = 3.5f;
