@@ -446,5 +446,29 @@ std::vector<std::string> Hdf5ImageDatasets(const std::string& path) {
     return ImageDatasets(path, file.get());
 }
 
+void WriteHdf5PixelMask(const std::string& path, const std::string& dataset, const std::uint32_t* mask, int width,
+                        int height) {
+    Quiet();
+    CheckFrameShape(path, FrameShape{width, height, PixelKind::UInt16, 1});
+    std::error_code error;
+    File file = std::filesystem::exists(path, error) ? OpenFile(path, H5F_ACC_RDWR, H5P_DEFAULT)
+                                                     : File(H5Fcreate(path.c_str(), H5F_ACC_EXCL, H5P_DEFAULT, H5P_DEFAULT));
+    const std::string name = Absolute(dataset);
+    if (!file) throw ImageFileError(path, "cannot be created: " + LastError());
+    if (Exists(file.get(), name)) throw ImageFileError(path, "already has a dataset '" + name + "'");
+    const hsize_t dims[2] = {hsize_t(height), hsize_t(width)};
+    const Plist links(H5Pcreate(H5P_LINK_CREATE)), create(H5Pcreate(H5P_DATASET_CREATE));
+    const Space space(H5Screate_simple(2, dims, nullptr));
+    if (!links || !create || !space || H5Pset_create_intermediate_group(links.get(), 1) < 0 ||
+        H5Pset_chunk(create.get(), 2, dims) < 0 || H5Pset_deflate(create.get(), 1) < 0) {
+        throw ImageFileError(path, "cannot be written: " + LastError());
+    }
+    const Dataset data(
+        H5Dcreate2(file.get(), name.c_str(), H5T_STD_U32LE, space.get(), links.get(), create.get(), H5P_DEFAULT));
+    if (!data || H5Dwrite(data.get(), H5T_NATIVE_UINT32, H5S_ALL, H5S_ALL, H5P_DEFAULT, mask) < 0) {
+        throw ImageFileError(path, "cannot write dataset '" + name + "': " + LastError());
+    }
+}
+
 }  // namespace io
 }  // namespace orvane

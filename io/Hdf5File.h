@@ -22,6 +22,7 @@
 #include "io/SeriesSource.h"
 #include "io/SeriesWriter.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,6 +34,11 @@ namespace io {
 // dimensions (refused when there are none or several, naming them).
 std::unique_ptr<SeriesSource> OpenHdf5Series(const std::string& path, const std::string& dataset);
 std::unique_ptr<SeriesWriter> CreateHdf5Writer(const std::string& path, const WriteOptions& options);
+
+// Writes a 2-D dataset of 32-bit unsigned integers (a pixel mask: width x height values
+// row after row) into the file, created if missing, gzip-compressed.
+void WriteHdf5PixelMask(const std::string& path, const std::string& dataset, const std::uint32_t* mask, int width,
+                        int height);
 
 // The paths of the datasets of 2 or 3 dimensions in the file ("/dark",
 // "/exchange/data_white", ...), sorted.

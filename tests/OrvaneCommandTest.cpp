@@ -1,12 +1,15 @@
 // The `orvane` program run as a user runs it: exit codes, one-line errors that name
 // the file, and no half-written output after a failure.
 #include "TestImages.h"
+#include "io/FxdFile.h"
+#include "io/ImageFiles.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
@@ -99,5 +102,76 @@ TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
         EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
         EXPECT_TRUE(Contains(run.err, "orvane: ") && Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
         EXPECT_TRUE(EntriesOf("x").empty()) << c.arguments;  // nothing half-written
+    }
+}
+
+// The same simulated series in every format calibrates to the same references; the
+// references also come out in the other formats; bad files are one line, exit 2.
+TEST(OrvaneCommand, EveryFormatOfTheSeriesGivesTheSameReferences) {
+    ScratchDirectory scratch;
+    const std::string simulate = "simulate --model '" + std::string(kSmall) + "' --darks 4 --doses 3 --frames 3";
+    const std::string calibrate = "calibrate --model '" + std::string(kSmall) + "' --only offset-dynamic,gain-linear,dm6,dm-dark,dm-merge";
+    const std::string raw = " --raw 342x396:u16le";
+    std::map<std::string, std::vector<char>> expected;  // store file -> the pixels of every frame
+    for (const char* format : {"fxd", "tiff", "fits", "hdf5", "raw"}) {
+        SCOPED_TRACE(format);
+        const std::string frames = std::string("frames-") + format, out = std::string("refs-") + format;
+        ASSERT_EQ(0, Orvane(simulate + " --out " + frames + " --format " + format).code);
+        const std::string in = std::string(format) == "hdf5" ? frames + "/series.h5" : frames;
+        const Outcome run = Orvane(calibrate + " --in " + in + " --out " + out + (std::string(format) == "raw" ? raw : ""));
+        ASSERT_EQ(0, run.code) << run.err;
+        std::map<std::string, std::vector<char>> stores;
+        for (const std::string& name : EntriesOf(out)) {
+            if (fs::path(name).extension() != ".fxd") continue;
+            const auto source = orvane::io::OpenFxdSeries(out + "/" + name);
+            std::vector<char>& pixels = stores[name];
+            for (int f = 0; f < source->Shape().frames; ++f) {
+                std::vector<char> frame(std::size_t(source->Shape().width) * source->Shape().height *
+                                        orvane::io::BytesPerPixel(source->Shape().pixel));
+                boost::property_tree::ptree properties;
+                source->ReadFrame(f, frame.data(), properties);
+                pixels.insert(pixels.end(), frame.begin(), frame.end());
+            }
+        }
+        if (expected.empty()) expected = stores;
+        EXPECT_EQ(5u, stores.size());
+        EXPECT_TRUE(expected == stores);
+    }
+
+    // The references in the other formats, read by their own libraries' readers.
+    for (const char* format : {"tiff", "fits", "hdf5"}) {
+        const Outcome run = Orvane(calibrate + " --in frames-fxd --out export-" + format + " --format " + format);
+        ASSERT_EQ(0, run.code) << run.err;
+    }
+    for (const char* file : {"export-tiff/defect-map.tif", "export-tiff/gain-linear.tif", "export-fits/offset-dynamic.fits"})
+        EXPECT_TRUE(fs::exists(file)) << file;
+    const std::string check = std::string(ORVANE_TEST_PYTHON) +
+                              " -c \"import h5py, sys; f = h5py.File('export-hdf5/references.h5', 'r'); "
+                              "m = f['pixel_mask']; sys.exit(0 if m.dtype == 'uint32' and m.shape == (396, 342) "
+                              "and f['gain-linear'].dtype == 'float32' and (m[()] != 0).sum() > 0 else 1)\"";
+    EXPECT_EQ(0, std::system(check.c_str()));
+
+    // convert takes a series between formats; bad files fail in one line.
+    ASSERT_EQ(0, Orvane("convert frames-tiff/dark.tif dark.fits").code);
+    const auto tiff = orvane::io::OpenSeries("frames-tiff/dark.tif"), fits = orvane::io::OpenSeries("dark.fits");
+    EXPECT_EQ(Pixels(tiff->ReadImage<unsigned short>(3)), Pixels(fits->ReadImage<unsigned short>(3)));
+    fs::create_directory("floats");
+    ASSERT_EQ(0, Orvane("convert export-tiff/gain-linear.tif floats/dark.tif").code);
+    struct Case { std::string arguments, mentions; };
+    const Case cases[] = {
+        {calibrate + " --in frames-raw --out x --raw 342x395:u16le", "dark.raw"},
+        {calibrate + " --in frames-raw --out x", "--raw"},
+        {calibrate + " --in floats --out x", "32-bit float"},
+        {calibrate + " --in frames-hdf5/series.h5 --out x --raw 1x1:u8:z", "--raw"},
+        {"convert frames-hdf5/series.h5 y.tif --dataset /nope", "/nope"},
+        {"convert frames-tiff/dark.tif y.png", "y.png"},
+        {"simulate --model Birch --out x --format png", "png"},
+    };
+    for (const Case& c : cases) {
+        const Outcome run = Orvane(c.arguments);
+        EXPECT_EQ(2, run.code) << c.arguments << "\n" << run.err;
+        EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(EntriesOf("x").empty() && !fs::exists("y.tif")) << c.arguments;
     }
 }

@@ -6,12 +6,14 @@
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/DetectorSimulator.h"
 #include "apps/orvane/Evaluation.h"
-#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/FrameReader.h"
+#include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/GroundTruth.h"
 #include "apps/orvane/InputError.h"
 #include "apps/orvane/ModelGeometry.h"
 #include "apps/orvane/PngWriter.h"
 #include "apps/orvane/Report.h"
+#include "io/FxdFile.h"
 #include "parameters/GainLinearParametersSet.h"
 
 #include <boost/property_tree/json_parser.hpp>
@@ -48,6 +50,12 @@ constexpr int kHotX = 170, kHotY = 230;  // a hot pixel
 // Left-to-right and top-to-bottom shading of the response.
 double Shading(int x, int y) { return 1.0 + 0.3 * x / kWidth - 0.1 * y / kHeight; }
 
+void WriteFxd(const std::string& path, const ImageAcquisition<unsigned short>& frame) {
+    const auto writer = orvane::io::CreateFxdWriter(path);
+    writer->WriteImage(frame);
+    writer->Close();
+}
+
 std::uint32_t Noise(std::uint32_t& state) {  // small deterministic noise, 0..15
     state = state * 1664525u + 1013904223u;
     return state >> 28;
@@ -66,7 +74,7 @@ void WriteShadedFrame(const std::string& path, double level, int index) {
     pixels[kHotY * kWidth + kHotX] = 60000;  // hot: far above any dark or flat level
     frame.SetProperty("image.temperature", 30.0);
     frame.SetProperty("image.time", 60 * index);
-    WriteFrame(path, frame);
+    WriteFxd(path, frame);
 }
 
 class PipelineTest : public ::testing::Test {
@@ -76,21 +84,22 @@ protected:
         series.width = kWidth;
         series.height = kHeight;
         for (int i = 0; i < 4; ++i) {
-            series.darks.push_back((scratch.Path() / ("dark-" + std::to_string(i) + ".fxd")).string());
-            WriteShadedFrame(series.darks.back(), 0.0, i);
+            series.darks.push_back({(scratch.Path() / ("dark-" + std::to_string(i) + ".fxd")).string(), "", 0, 0, true});
+            WriteShadedFrame(series.darks.back().file, 0.0, i);
         }
         for (int dose = 1; dose <= 3; ++dose) {
             series.doses.emplace_back();
             for (int i = 0; i < 3; ++i) {
                 series.doses.back().push_back(
-                    (scratch.Path() / ("flat-" + std::to_string(dose) + "-" + std::to_string(i) + ".fxd")).string());
-                WriteShadedFrame(series.doses.back().back(), 4000.0 * dose, 10 * dose + i);
+                    {(scratch.Path() / ("flat-" + std::to_string(dose) + "-" + std::to_string(i) + ".fxd")).string(), "", 0, 0,
+                     true});
+                WriteShadedFrame(series.doses.back().back().file, 4000.0 * dose, 10 * dose + i);
             }
         }
     }
 
     CalibrationOutputs Run(const std::vector<std::string>& only = {}) {
-        return RunCalibrations({kModel, (scratch.Path() / "out").string(), only}, series, progress);
+        return RunCalibrations({kModel, (scratch.Path() / "out").string(), only, {}}, series, progress);
     }
     static const StepReport& Find(const CalibrationOutputs& outputs, const std::string& name) {
         for (const StepReport& step : outputs.steps) {
@@ -160,7 +169,7 @@ TEST_F(PipelineTest, OnlyRestrictsTheStepsRejectsUnknownNamesAndAFailedStepSkips
     EXPECT_TRUE(Contains(unknown, "dm-nonsense") && Contains(unknown, "echo-lines")) << unknown;
 
     // A failed step skips its dependants.
-    std::ofstream(series.darks[2], std::ios::trunc) << "not a frame";
+    std::ofstream(series.darks[2].file, std::ios::trunc) << "not a frame";
     const CalibrationOutputs failed = Run();
     EXPECT_EQ(Find(failed, "offset-dynamic").status, StepReport::Status::Failed);
     EXPECT_TRUE(Contains(Find(failed, "offset-dynamic").detail, "dark-2.fxd"));
@@ -316,27 +325,30 @@ TEST(ModelGeometryTest, LooksUpKeysModesAndWildcardsAndHoldsEveryLinearGainArea)
 }
 
 TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatIsWrong) {
-    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), dir));
+    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), dir));
     fs::create_directories(dir);
-    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), "empty"));
+    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), "empty"));
     std::ostringstream log;
     Progress progress(log, false, true);
     WriteSimulatedSeries(options, dir, progress);
-    const FrameSeries series = ScanFrameFolder(dir);
+    const FrameSeries series = ScanFrames(dir);
     ASSERT_EQ(std::make_tuple(64, 48, size_t(3), size_t(2)),
               std::make_tuple(series.width, series.height, series.darks.size(), series.doses.size()));
-    EXPECT_EQ(series.doses[1][1], dir + "/" + FlatFileName(2, 1));
+    EXPECT_EQ(series.doses[1][1].file, dir + "/" + FlatFileName(2, 1));
     const DetectorSimulator simulator(options);
+    FrameReader reader(series);
     for (int i = 0; i < 3; ++i) {
-        const ImagePtr<unsigned short> frame = ReadFrame(series.darks[static_cast<size_t>(i)], 64, 48);
+        const ImagePtr<unsigned short> frame = reader.Read(series.darks[static_cast<size_t>(i)]);
         EXPECT_EQ(Pixels(frame), Pixels(simulator.Dark(i))) << i;
         EXPECT_FLOAT_EQ(frame->GetProperty<float>("image.temperature"), 30.0f + 0.05f * static_cast<float>(i));
         EXPECT_EQ(frame->GetProperty<long long>("image.time"), 10 * i);
     }
-    const ImagePtr<unsigned short> flat = ReadFrame(series.doses[1][1], 64, 48);
+    const ImagePtr<unsigned short> flat = reader.Read(series.doses[1][1]);
     EXPECT_EQ(Pixels(flat), Pixels(simulator.Flat(2, 1)));
     EXPECT_EQ(flat->GetProperty<long long>("image.time"), 10 * (3 + 2 + 1));
-    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ReadFrame(series.darks[0], 48, 64); }), series.darks[0]));
+    FrameSeries turned = series;
+    std::swap(turned.width, turned.height);
+    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { FrameReader(turned).Read(series.darks[0]); }), series.darks[0].file));
 
     const GroundTruth& truth = simulator.Truth();
     const GroundTruth loaded = LoadGroundTruth(dir);
@@ -354,12 +366,12 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
     EXPECT_TRUE(Contains(ThrownText<InputError>([&] { LoadGroundTruth(dir); }), "truth.json"));
 
     for (int i : {0, 1}) fs::rename(dir + "/" + FlatFileName(2, i), dir + "/" + FlatFileName(3, i));
-    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), "dose 2"));
+    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), "dose 2"));
     for (int i : {0, 1}) fs::remove(dir + "/" + FlatFileName(3, i));
 
     const std::string odd = dir + "/" + DarkFileName(5);
-    WriteFrame(odd, ImageAcquisition<unsigned short>(32, 32));
-    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrameFolder(dir); }), odd));
+    WriteFxd(odd, ImageAcquisition<unsigned short>(32, 32));
+    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), odd));
 }
 
 TEST_F(SimulatorTest, FramesAgreeWithTheTruthAndDependOnSeedAndIndexOnly) {

@@ -1,6 +1,7 @@
 #include "apps/orvane/CalibrationPipeline.h"
 
 #include "apps/orvane/Evaluation.h"
+#include "apps/orvane/FrameReader.h"
 #include "apps/orvane/InputError.h"
 #include "OrvaneCalibration.h"
 
@@ -20,6 +21,10 @@ namespace app {
 namespace {
 
 const char* const kStoreExtension = ".fxd";
+// Where a frame's time and temperature come from, for the message of a frame without.
+const char* const kMetadataHint =
+    "(TIFF: ImageDescription JSON; FITS: TIMEnnnn/TEMPnnnn; HDF5: attributes image.time/image.temperature; "
+    "or give --frame-interval and --temperature)";
 // Frame pairs of the automatic defect update.
 constexpr int kMaxAutomaticPairs = 3;
 
@@ -92,7 +97,7 @@ public:
     static const std::vector<StepDefinition>& Steps();
 
     Pipeline(const CalibrationRequest& request, const FrameSeries& series, Progress& progress)
-        : request(request), series(series), progress(progress) {}
+        : request(request), series(series), progress(progress), reader(series, request.defaults) {}
 
     CalibrationOutputs Run();
 
@@ -107,10 +112,12 @@ private:
 
     std::string StorePath(const std::string& name) const;
     void SaveStore(Reference& store, const std::string& name, StepReport& report);
-    ImagePtr<unsigned short> Read(const std::string& path) const;
-    ImagePtr<unsigned short> ReadCorrected(const std::string& path) const;
-    const std::vector<std::string>& MiddleDose() const;
-    const std::vector<std::string>& CheckDose() const;
+    ImagePtr<unsigned short> Read(const FrameRef& frame) const;
+    ImagePtr<unsigned short> ReadCorrected(const FrameRef& frame) const;
+    // The "image.time" of a dark frame; a one-line failure when it has none.
+    long long DarkTime(int index) const;
+    const std::vector<FrameRef>& MiddleDose() const;
+    const std::vector<FrameRef>& CheckDose() const;
     int FlatFrameCount() const;
     boost::shared_ptr<DefectMapFlag> MakeFlag() const;
     void AddDefectStore(const std::string& name, const boost::shared_ptr<ReferenceDM>& store);
@@ -134,6 +141,7 @@ private:
     const CalibrationRequest& request;
     const FrameSeries& series;
     Progress& progress;
+    mutable FrameReader reader;
     std::vector<StepReport> reports;  // one per step run so far, in the order of Steps()
 
     boost::shared_ptr<ReferenceOffsetSimple> offsetStore;
@@ -264,17 +272,21 @@ void Pipeline::SaveStore(Reference& store, const std::string& name, StepReport& 
     report.files.push_back(name + kStoreExtension);
 }
 
-ImagePtr<unsigned short> Pipeline::Read(const std::string& path) const {
-    return ReadFrame(path, series.width, series.height);
-}
+ImagePtr<unsigned short> Pipeline::Read(const FrameRef& frame) const { return reader.Read(frame); }
 
-ImagePtr<unsigned short> Pipeline::ReadCorrected(const std::string& path) const {
-    ImagePtr<unsigned short> frame = Read(path);
+ImagePtr<unsigned short> Pipeline::ReadCorrected(const FrameRef& source) const {
+    ImagePtr<unsigned short> frame = Read(source);
     *frame->GetBuffer() = Max(0.0f, *frame->GetBuffer() - *offsetStore->GetOffset()->GetBuffer());
     return frame;
 }
 
-const std::vector<std::string>& Pipeline::MiddleDose() const {
+long long Pipeline::DarkTime(int index) const {
+    const auto time = Read(series.darks[static_cast<std::size_t>(index)])->GetProperties().get_optional<long long>("image.time");
+    if (!time) throw std::runtime_error(series.darks[static_cast<std::size_t>(index)].Name() + " has no image.time " + kMetadataHint);
+    return *time;
+}
+
+const std::vector<FrameRef>& Pipeline::MiddleDose() const {
     if (series.doses.empty() || series.doses[series.doses.size() / 2].empty()) {
         throw std::runtime_error("the series has no flat frames");
     }
@@ -283,7 +295,7 @@ const std::vector<std::string>& Pipeline::MiddleDose() const {
 
 // The dose above the middle one (below it when there is none above; the middle one
 // itself when it is the only dose).
-const std::vector<std::string>& Pipeline::CheckDose() const {
+const std::vector<FrameRef>& Pipeline::CheckDose() const {
     const std::size_t middle = series.doses.size() / 2;
     const std::size_t check = middle + 1 < series.doses.size() ? middle + 1 : middle > 0 ? middle - 1 : middle;
     if (series.doses[check].empty()) {
@@ -348,15 +360,10 @@ std::string Pipeline::OffsetTimeGrid(StepReport& report) {
     for (int g = 0; g < groups; ++g) {
         firsts.push_back(g * total / groups);
     }
-    // Only the header and properties of a file are read here.
-    const auto timeOf = [this](int index) {
-        ImageFxdFileIn file(series.darks[index]);
-        return file.GetProperties(0).get<long long>("image.time");
-    };
-    const long long start = timeOf(0);
+    const long long start = DarkTime(0);
     std::vector<int> deltaTimes;
     for (int first : firsts) {
-        int delta = static_cast<int>((timeOf(first) - start) / 60);
+        int delta = static_cast<int>((DarkTime(first) - start) / 60);
         if (!deltaTimes.empty() && delta <= deltaTimes.back()) {
             delta = deltaTimes.back() + 1;
         }
@@ -372,7 +379,9 @@ std::string Pipeline::OffsetTimeGrid(StepReport& report) {
         const int end = g + 1 < groups ? firsts[g + 1] : total;
         for (int i = firsts[g]; i < end; ++i) {
             ImagePtr<unsigned short> frame = Read(series.darks[i]);
-            frame->GetProperty<double>("image.temperature");  // the grid keeps it: it must be there
+            if (!frame->GetProperties().get_optional<double>("image.temperature")) {  // the grid keeps it
+                throw std::runtime_error(series.darks[i].Name() + " has no image.temperature " + kMetadataHint);
+            }
             calibration.AccumulateOffset(frame);
             progress.Step(i + 1, total);
         }
@@ -397,7 +406,7 @@ std::string Pipeline::OffsetTimeGrid(StepReport& report) {
 // non-linearity and the gain's own error. No defect map exists yet: every pixel
 // counts as good.
 std::string Pipeline::GainLinear(StepReport& report) {
-    const std::vector<std::string>& dose = MiddleDose();
+    const std::vector<FrameRef>& dose = MiddleDose();
     auto store = boost::make_shared<ReferenceGainLinear>(series.width, series.height, StorePath("gain-linear"));
     auto noDefects = boost::make_shared<ReferenceDM>(series.width, series.height);
     noDefects->SetValid(true);
@@ -415,7 +424,7 @@ std::string Pipeline::GainLinear(StepReport& report) {
     SaveStore(*store, "gain-linear", report);
     gainStore = store;
 
-    const FlatCheck check = MakeFlatCheck(CheckDose(), *offsetStore->GetOffset(), store);
+    const FlatCheck check = MakeFlatCheck(CheckDose(), reader, *offsetStore->GetOffset(), store);
     flatBefore = check.before;
     flatAfter = check.after;
 
@@ -433,7 +442,7 @@ std::string Pipeline::GainLinear(StepReport& report) {
 }
 
 // The raw darks as a first dose (where hot pixels stand out), then every flat dose
-// offset-subtracted, one dose of frames held at a time; the calibration divides each
+// offset-subtracted, fed one frame at a time; the calibration divides each dose's mean
 // by the measured linear gain.
 std::string Pipeline::DefectMapDoses(StepReport& report) {
     const DefectMapParameters& record = s_defectMapParametersSet.lookup(request.model);
@@ -444,25 +453,23 @@ std::string Pipeline::DefectMapDoses(StepReport& report) {
     int done = 0;
     int used = 0;
     std::string skipped;
-    const auto runDose = [&](const std::vector<std::string>& paths, bool flat, const std::string& name) {
-        std::vector<ImagePtr<unsigned short>> frames;
-        frames.reserve(paths.size());
-        for (const std::string& path : paths) {
-            frames.push_back(flat ? ReadCorrected(path) : Read(path));
+    const auto runDose = [&](const std::vector<FrameRef>& paths, bool flat, const std::string& name) {
+        if (paths.empty()) return;
+        calibration.BeginDose();
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            const ImagePtr<unsigned short> frame = flat ? ReadCorrected(paths[i]) : Read(paths[i]);
             progress.Step(++done, total);
             // A dose whose mean level reaches the clipping bound is flat once clipped:
             // it shows nothing and its statistic breaks down. Its other frames are not read.
-            if (frames.size() == 1 && flat && frames[0]->GetPixelCount() > 0 &&
-                MeanLevel(*frames[0]) >= record.ClipMax) {
+            if (i == 0 && flat && frame->GetPixelCount() > 0 && MeanLevel(*frame) >= record.ClipMax) {
                 skipped += (skipped.empty() ? "" : ", ") + name;
                 done += static_cast<int>(paths.size()) - 1;
                 return;
             }
+            calibration.AccumulateDoseImg(frame);
         }
-        if (!frames.empty()) {
-            calibration.DefectMap6(frames);
-            ++used;
-        }
+        calibration.EndDose();
+        ++used;
     };
     runDose(series.darks, false, "darks");
     for (std::size_t d = 0; d < series.doses.size(); ++d) {
@@ -499,14 +506,12 @@ std::string Pipeline::DefectMapDarkStep(StepReport& report) {
     auto store = boost::make_shared<ReferenceDM>(series.width, series.height, StorePath("dm-dark"));
     CalibrationDefectMapDark calibration(s_DefectMapDarkParametersSet.lookup(request.model), store);
     calibration.Init();
-    std::vector<ImagePtr<unsigned short>> frames;
     const int total = static_cast<int>(series.darks.size());
     for (int i = 0; i < total; ++i) {
-        frames.push_back(Read(series.darks[i]));
+        calibration.AccumulateImg(Read(series.darks[i]));
         progress.Step(i + 1, total);
     }
-    calibration.ComputeDefectMapDarkAndMerge(frames);
-    frames.clear();
+    calibration.ComputeDefectMapDarkAndMerge();
     calibration.UpdateDefectMapReference();
     calibration.Clear();
     store->SetValid(true);
@@ -517,7 +522,7 @@ std::string Pipeline::DefectMapDarkStep(StepReport& report) {
 
 // Each raw frame of the middle dose on its own.
 std::string Pipeline::DefectMapUntypicalStep(StepReport& report) {
-    const std::vector<std::string>& dose = MiddleDose();
+    const std::vector<FrameRef>& dose = MiddleDose();
     auto store = boost::make_shared<ReferenceDM>(series.width, series.height, StorePath("dm-untypical"));
     CalibrationDefectMapUntypical calibration(s_DefectMapUntypicalParametersSet.lookup(request.model), store);
     calibration.Init();
@@ -538,7 +543,7 @@ std::string Pipeline::DefectMapUntypicalStep(StepReport& report) {
 // extended from the pairs (0, 1), (2, 3), ... of the raw frames of the middle dose;
 // the calibration saves its store itself. It then stands in for that map in the merge.
 std::string Pipeline::AutomaticDefect(StepReport& report) {
-    const std::vector<std::string>& dose = MiddleDose();
+    const std::vector<FrameRef>& dose = MiddleDose();
     if (dose.size() < 2) {
         throw std::runtime_error("the middle dose has fewer than two frames");
     }
@@ -598,8 +603,8 @@ std::string Pipeline::GainPoly(StepReport& report, bool denoised) {
     calibration.Init();
     int done = 0;
     for (const auto& dose : series.doses) {
-        for (const std::string& path : dose) {
-            calibration.AccumulateGainImg(ReadCorrected(path));
+        for (const FrameRef& frame : dose) {
+            calibration.AccumulateGainImg(ReadCorrected(frame));
             progress.Step(++done, total);
         }
         calibration.DivideAccumulation(1.0f);

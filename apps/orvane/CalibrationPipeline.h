@@ -1,7 +1,8 @@
 #ifndef ORVANE_APPS_CALIBRATIONPIPELINE_H
 #define ORVANE_APPS_CALIBRATIONPIPELINE_H
 
-#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/FrameReader.h"
+#include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
 
@@ -25,6 +26,7 @@ struct CalibrationRequest {
     std::string model;                 // parameter key, e.g. "Birch"
     std::string outDir;                // where the stores are saved (exists, writable)
     std::vector<std::string> only;     // step names to run; empty = all
+    FrameDefaults defaults;            // metadata for frames without
 };
 
 // What the run leaves for the report and the comparison with a ground truth. Images

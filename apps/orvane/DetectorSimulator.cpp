@@ -10,9 +10,10 @@
 // pixel at 32000. An echo row adds 3 % of the signal of the row above.
 #include "apps/orvane/DetectorSimulator.h"
 
-#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/InputError.h"
 #include "apps/orvane/ModelGeometry.h"
+#include "io/ImageFiles.h"
 
 #include <boost/make_shared.hpp>
 
@@ -20,6 +21,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
@@ -400,6 +402,36 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal)
     return image;
 }
 
+namespace {
+
+// Writes a series of frames through one writer; InputError naming the file on failure.
+class SeriesOutput {
+public:
+    SeriesOutput(const std::string& path, io::ImageFileFormat format, const std::string& dataset, int frames)
+        : path(path) {
+        io::WriteOptions options;
+        options.dataset = dataset;
+        options.expectedFrames = frames;
+        writer = Guard([&] { return io::CreateSeriesWriter(path, format, options); });
+    }
+    void Write(const ImageAcquisition<unsigned short>& frame) { Guard([&] { writer->WriteImage(frame); return 0; }); }
+    void Close() { Guard([&] { writer->Close(); return 0; }); }
+
+private:
+    template <typename Call>
+    auto Guard(Call call) -> decltype(call()) {
+        try {
+            return call();
+        } catch (const io::ImageFileError& e) {
+            throw InputError(e.File(), e.Problem());
+        }
+    }
+    std::string path;
+    std::unique_ptr<io::SeriesWriter> writer;
+};
+
+}  // namespace
+
 void WriteSimulatedSeries(const SimulationOptions& options, const std::string& dir, Progress& progress) {
     std::error_code error;
     std::filesystem::create_directories(dir, error);
@@ -407,18 +439,34 @@ void WriteSimulatedSeries(const SimulationOptions& options, const std::string& d
     const DetectorSimulator simulator(options);
     const GroundTruth& truth = simulator.Truth();
     const std::string size = std::to_string(truth.width) + " x " + std::to_string(truth.height);
+    const std::string extension = io::FormatExtension(options.format);
+    const bool frameFiles = options.format == io::ImageFileFormat::Fxd;
+    const bool oneFile = options.format == io::ImageFileFormat::Hdf5;
+    // One output per series; frame files get one per frame.
+    const auto output = [&](const std::string& stack, const std::string& frameFile, int frames) {
+        if (oneFile) return SeriesOutput(dir + "/series" + extension, options.format, "/" + stack, frames);
+        return SeriesOutput(dir + "/" + (frameFiles ? frameFile : stack + extension), options.format, "", frames);
+    };
 
     progress.Stage("simulating " + std::to_string(options.darkFrames) + " dark frames of " + size);
+    std::unique_ptr<SeriesOutput> out;
     for (int i = 0; i < options.darkFrames; ++i) {
-        WriteFrame(dir + "/" + DarkFileName(i), *simulator.Dark(i));
+        if (frameFiles || i == 0) out = std::make_unique<SeriesOutput>(output("dark", DarkFileName(i), options.darkFrames));
+        out->Write(*simulator.Dark(i));
+        if (frameFiles || i + 1 == options.darkFrames) out->Close();
         progress.Step(i + 1, options.darkFrames);
     }
     for (int dose = 1; dose <= options.doses; ++dose) {
         progress.Stage("simulating " + std::to_string(options.framesPerDose) + " flat frames of dose " +
                        std::to_string(dose) + " (signal " +
                        std::to_string(static_cast<int>(truth.doseLevels[static_cast<std::size_t>(dose - 1)])) + ")");
+        const std::string stack = "flat-" + std::to_string(dose);
         for (int i = 0; i < options.framesPerDose; ++i) {
-            WriteFrame(dir + "/" + FlatFileName(dose, i), *simulator.Flat(dose, i));
+            if (frameFiles || i == 0) {
+                out = std::make_unique<SeriesOutput>(output(stack, FlatFileName(dose, i), options.framesPerDose));
+            }
+            out->Write(*simulator.Flat(dose, i));
+            if (frameFiles || i + 1 == options.framesPerDose) out->Close();
             progress.Step(i + 1, options.framesPerDose);
         }
     }

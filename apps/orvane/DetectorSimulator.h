@@ -4,6 +4,7 @@
 #include "apps/orvane/GroundTruth.h"
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
+#include "io/ImageFileFormat.h"
 
 #include <cstdint>
 #include <string>
@@ -20,6 +21,10 @@ struct SimulationOptions {
     int darkFrames = 10;
     int doses = 5;
     int framesPerDose = 10;
+    // How the frames are written: .fxd frame files (dark-000.fxd, flat-1-000.fxd, ...);
+    // TIFF, FITS or raw stacks (dark.tif, flat-1.tif, ...); or one HDF5 file
+    // series.h5 with the datasets /dark, /flat-1, ...
+    io::ImageFileFormat format = io::ImageFileFormat::Fxd;
 };
 
 // A synthetic flat-panel detector: per-pixel dark level with temperature and time

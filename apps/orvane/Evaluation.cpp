@@ -1,6 +1,6 @@
 #include "apps/orvane/Evaluation.h"
 
-#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/FrameReader.h"
 #include "calibration/ImageStatistics.h"
 #include "interfaces/CorrectionGainLinear.h"
 
@@ -72,19 +72,19 @@ void PrintPercent(std::ostream& out, const char* name, double fraction, const ch
 
 }  // namespace
 
-FlatCheck MakeFlatCheck(const std::vector<std::string>& paths, const ImageAcquisition<unsigned short>& offset,
-                        const boost::shared_ptr<ReferenceGainLinear>& gain) {
-    if (paths.empty()) {
+FlatCheck MakeFlatCheck(const std::vector<FrameRef>& frames, FrameReader& reader,
+                        const ImageAcquisition<unsigned short>& offset, const boost::shared_ptr<ReferenceGainLinear>& gain) {
+    if (frames.empty()) {
         throw std::runtime_error("the series has no flat frames");
     }
     const int width = offset.GetWidth();
     const int height = offset.GetHeight();
     FlatCheck check;
     check.before = boost::make_shared<ImageAcquisition<float>>(width, height);
-    for (const std::string& path : paths) {
-        *check.before->GetBuffer() += *ReadFrame(path, width, height)->GetBuffer() - *offset.GetBuffer();
+    for (const FrameRef& frame : frames) {
+        *check.before->GetBuffer() += *reader.Read(frame)->GetBuffer() - *offset.GetBuffer();
     }
-    *check.before->GetBuffer() = *check.before->GetBuffer() * (1.0f / static_cast<float>(paths.size()));
+    *check.before->GetBuffer() = *check.before->GetBuffer() * (1.0f / static_cast<float>(frames.size()));
     check.after = boost::make_shared<ImageAcquisition<float>>(width, height);
     *check.after->GetBuffer() = *check.before->GetBuffer();
     CorrectionGainLinear(gain).Correct(check.after);

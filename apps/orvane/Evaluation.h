@@ -38,9 +38,9 @@ struct FlatCheck {
     ImagePtr<float> after;
 };
 
-// The check flat of the frames at `paths` (each `offset`'s size).
-FlatCheck MakeFlatCheck(const std::vector<std::string>& paths, const ImageAcquisition<unsigned short>& offset,
-                        const boost::shared_ptr<ReferenceGainLinear>& gain);
+// The check flat of `frames` (each `offset`'s size), read one at a time.
+FlatCheck MakeFlatCheck(const std::vector<FrameRef>& frames, FrameReader& reader,
+                        const ImageAcquisition<unsigned short>& offset, const boost::shared_ptr<ReferenceGainLinear>& gain);
 
 // Robust sigma / mean (3-sigma rejection) of `flat` over the good pixels of the gain's
 // normalising area in `record` (the whole frame when that area is empty): 0 in

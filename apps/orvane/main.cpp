@@ -4,20 +4,23 @@
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/DetectorSimulator.h"
 #include "apps/orvane/Evaluation.h"
-#include "apps/orvane/FrameFolder.h"
+#include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/GroundTruth.h"
 #include "apps/orvane/InputError.h"
 #include "apps/orvane/ModelGeometry.h"
 #include "apps/orvane/ParameterPrinter.h"
+#include "apps/orvane/ReferenceExport.h"
 #include "apps/orvane/Progress.h"
 #include "apps/orvane/Report.h"
 #include "apps/orvane/StagingFolder.h"
+#include "io/ImageFiles.h"
 #include "interfaces/logger.h"
 
 #include <boost/program_options.hpp>
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -28,6 +31,7 @@
 
 namespace po = boost::program_options;
 using namespace orvane::app;
+namespace io = orvane::io;
 
 namespace {
 
@@ -36,7 +40,8 @@ const char* const kUsage =
     "\n"
     "commands:\n"
     "  simulate   write a synthetic series of dark and flat frames with its ground truth\n"
-    "  calibrate  compute every calibration of a model from a folder of frames\n"
+    "  calibrate  compute every calibration of a model from a series of frames\n"
+    "  convert    write the frames of an image file in another format\n"
     "  demo       simulate and calibrate the \"Birch\" panel, and compare with the truth\n"
     "  params     print the parameter records of every set for a key\n"
     "\n"
@@ -112,16 +117,48 @@ std::vector<std::string> SplitList(const std::string& text) {
 }
 
 // The frames of `in`, checked against the model's frame size.
-FrameSeries ScanForModel(const std::string& in, const ModelGeometry& model) {
-    FrameSeries series = ScanFrameFolder(in);
+FrameSeries ScanForModel(const std::string& in, const io::OpenOptions& options, const ModelGeometry& model) {
+    FrameSeries series = ScanFrames(in, options);
     if (series.width != model.width || series.height != model.height) {
         std::ostringstream problem;
         problem << "frame is " << series.width << " x " << series.height << ", model " << model.key << " expects "
                 << model.width << " x " << model.height;
-        throw InputError(series.darks.empty() ? in : series.darks.front(), problem.str());
+        throw InputError(series.darks.empty() ? in : series.darks.front().Name(), problem.str());
     }
     return series;
 }
+
+io::ImageFileFormat FormatOption(const std::string& name, bool rawAllowed) {
+    try {
+        const io::ImageFileFormat format = io::ParseFormatName(name);
+        if (format == io::ImageFileFormat::Raw && !rawAllowed) throw std::invalid_argument("raw");
+        return format;
+    } catch (const std::invalid_argument&) {
+        throw UsageError("bad --format \"" + name + "\" (fxd, tiff, fits, hdf5" + (rawAllowed ? ", raw" : "") + ")");
+    }
+}
+
+io::OpenOptions RawOption(const std::string& layout) {
+    io::OpenOptions options;
+    if (layout.empty()) return options;
+    try {
+        options.raw = io::ParseRawLayout(layout);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(std::string("bad --raw: ") + error.what());
+    }
+    return options;
+}
+
+// The layouts of a series, for --help.
+const char* const kLayouts =
+    "\nframes (--in): a folder of frame files  dark-000.EXT, ..., flat-1-000.EXT, flat-2-000.EXT, ...\n"
+    "               a folder of stacks       dark.EXT, flat-1.EXT, flat-2.EXT, ... (every frame of a series)\n"
+    "               one HDF5 file            datasets /dark, /flat-1, /flat-2, ...; or /exchange/data_dark\n"
+    "                                        and /exchange/data_white (one dose); or a folder of one such file\n"
+    "EXT: .fxd; .tif .tiff; .fits .fit .fts; .h5 .hdf5 .hdf .nxs; .raw .bin (with --raw WxH:TYPE[:HEADER],\n"
+    "     TYPE u8, u16le, u16be, f32le or f32be). Frames must be 16-bit unsigned.\n"
+    "metadata: image.time (seconds) and image.temperature: TIFF ImageDescription JSON, FITS TIMEnnnn and\n"
+    "     TEMPnnnn, HDF5 attributes image.time and image.temperature of the dataset, .fxd properties.\n";
 
 void PrintSteps(std::ostream& out, const CalibrationOutputs& outputs) {
     for (const StepReport& step : outputs.steps) {
@@ -139,7 +176,7 @@ Progress MakeProgress() { return Progress(std::cerr, ::isatty(2) != 0); }
 
 int Simulate(const std::vector<std::string>& args) {
     po::options_description options("options");
-    std::string model, out;
+    std::string model, out, format;
     SimulationOptions simulation;
     options.add_options()("help,h", "show this help")(
         "model", po::value(&model)->required(), "model key, e.g. Birch or Rowan.*.m8")(
@@ -147,9 +184,12 @@ int Simulate(const std::vector<std::string>& args) {
         "seed", po::value(&simulation.seed)->default_value(1), "random seed")(
         "darks", po::value(&simulation.darkFrames)->default_value(10), "dark frames")(
         "doses", po::value(&simulation.doses)->default_value(5), "flat-field doses")(
-        "frames", po::value(&simulation.framesPerDose)->default_value(10), "flat frames per dose");
+        "frames", po::value(&simulation.framesPerDose)->default_value(10), "flat frames per dose")(
+        "format", po::value(&format)->default_value("fxd"),
+        "fxd (frame files), tiff, fits, raw (one stack per series) or hdf5 (one file series.h5)");
     po::variables_map values;
     if (Parse(args, options, {}, values, "usage: orvane simulate --model KEY --out DIR [options]")) return 0;
+    simulation.format = FormatOption(format, true);
     if (simulation.darkFrames < 2 || simulation.doses < 1 || simulation.framesPerDose < 2) {
         throw UsageError("need at least 2 dark frames, 1 dose and 2 frames per dose");
     }
@@ -162,15 +202,29 @@ int Simulate(const std::vector<std::string>& args) {
     folder.Commit();
     progress.Stage("wrote " + std::to_string(simulation.darkFrames + simulation.doses * simulation.framesPerDose) +
                    " frames of " + std::to_string(geometry.width) + " x " + std::to_string(geometry.height) +
-                   " and the ground truth to " + out);
+                   " and the ground truth to " + out +
+                   (simulation.format == io::ImageFileFormat::Raw
+                        ? " (read them with --raw " + std::to_string(geometry.width) + "x" +
+                              std::to_string(geometry.height) + ":u16le)"
+                        : ""));
     return 0;
 }
 
 // Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
 // log) into `out`. The evaluation, when given a truth, goes into the report too.
+// How a calibration run reads its frames and writes its references.
+struct RunOptions {
+    std::vector<std::string> only;
+    io::OpenOptions open;
+    FrameDefaults defaults;
+    io::ImageFileFormat format = io::ImageFileFormat::Fxd;
+    bool verbose = false;
+};
+
 CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in, const std::string& out,
-                                 const std::vector<std::string>& only, bool verbose, Progress& progress,
-                                 const GroundTruth* truth, Evaluation* evaluation) {
+                                 const RunOptions& run, Progress& progress, const GroundTruth* truth,
+                                 Evaluation* evaluation) {
+    const std::vector<std::string>& only = run.only;
     for (const std::string& step : only) {
         const std::vector<std::string>& names = CalibrationStepNames();
         if (std::find(names.begin(), names.end(), step) == names.end()) {
@@ -178,13 +232,17 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
         }
     }
     const ModelGeometry geometry = FindModel(model);
-    const FrameSeries series = ScanForModel(in, geometry);
+    const FrameSeries series = ScanForModel(in, run.open, geometry);
     StagingFolder folder(out);
     CalibrationOutputs outputs;
     {
-        LogSinks sinks(folder.Path() + "/orvane.log", verbose);
-        CalibrationRequest request{model, folder.Path(), only};
+        LogSinks sinks(folder.Path() + "/orvane.log", run.verbose);
+        CalibrationRequest request{model, folder.Path(), only, run.defaults};
         outputs = RunCalibrations(request, series, progress);
+    }
+    if (run.format != io::ImageFileFormat::Fxd) {
+        progress.Stage("writing the references as " + io::FormatName(run.format));
+        ExportReferences(folder.Path(), outputs, run.format);
     }
     if (truth) {
         *evaluation = Evaluate(*truth, outputs);
@@ -197,22 +255,34 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
 
 int Calibrate(const std::vector<std::string>& args) {
     po::options_description options("options");
-    std::string model, in, out, only;
+    std::string model, in, out, only, raw, format;
+    double interval = 0.0, temperature = 0.0;
     options.add_options()("help,h", "show this help")("model", po::value(&model)->required(), "model key")(
-        "in", po::value(&in)->required(), "folder of frames (dark-NNN.fxd, flat-D-NNN.fxd)")(
+        "in", po::value(&in)->required(), "the frames: a folder or an HDF5 file (see below)")(
         "out", po::value(&out)->required(), "folder for the stores, report.html and summary.json")(
         "only", po::value(&only), "comma-separated steps to run (default: all)")(
+        "raw", po::value(&raw), "layout of raw files: WxH:TYPE[:HEADER], e.g. 3121x3121:u16le")(
+        "format", po::value(&format)->default_value("fxd"),
+        "references also as tiff, fits or hdf5 (the .fxd stores are always written)")(
+        "frame-interval", po::value(&interval), "seconds between frames, for frames without image.time")(
+        "temperature", po::value(&temperature), "degrees, for frames without image.temperature")(
         "verbose,v", "library log lines on stderr too");
     po::variables_map values;
-    if (Parse(args, options, {}, values, "usage: orvane calibrate --model KEY --in DIR --out DIR [--only LIST]")) {
+    if (Parse(args, options, {}, values, "usage: orvane calibrate --model KEY --in PATH --out DIR [options]")) {
         std::cout << "\nsteps:";
         for (const std::string& name : CalibrationStepNames()) std::cout << ' ' << name;
-        std::cout << '\n';
+        std::cout << '\n' << kLayouts;
         return 0;
     }
+    RunOptions run;
+    run.only = SplitList(only);
+    run.open = RawOption(raw);
+    run.format = FormatOption(format, false);
+    if (values.count("frame-interval")) run.defaults.interval = interval;
+    if (values.count("temperature")) run.defaults.temperature = temperature;
+    run.verbose = values.count("verbose") > 0;
     Progress progress = MakeProgress();
-    const CalibrationOutputs outputs =
-        CalibrateInto(model, in, out, SplitList(only), values.count("verbose") > 0, progress, nullptr, nullptr);
+    const CalibrationOutputs outputs = CalibrateInto(model, in, out, run, progress, nullptr, nullptr);
     PrintSteps(std::cout, outputs);
     std::cout << "report: " << out << "/report.html\n";
     return 0;
@@ -239,13 +309,68 @@ int Demo(const std::vector<std::string>& args) {
     }
     const GroundTruth truth = LoadGroundTruth(frames);
     Evaluation evaluation;
-    const CalibrationOutputs outputs =
-        CalibrateInto(model, frames, out, {}, values.count("verbose") > 0, progress, &truth, &evaluation);
+    RunOptions run;
+    run.verbose = values.count("verbose") > 0;
+    const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &truth, &evaluation);
     progress.Stage("done");
     PrintSteps(std::cout, outputs);
     std::cout << '\n';
     PrintEvaluation(std::cout, evaluation);
     std::cout << "\nreport: " << out << "/report.html\n";
+    return 0;
+}
+
+// Writes every frame of one image file (or HDF5 dataset) to another file, in the
+// format of its extension or of --format, with the frames' metadata.
+int Convert(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string in, out, raw, format, dataset, outDataset;
+    options.add_options()("help,h", "show this help")("in", po::value(&in)->required(), "the image file to read")(
+        "out", po::value(&out)->required(), "the image file to write (replaced if it exists)")(
+        "format", po::value(&format), "fxd, tiff, fits, hdf5 or raw (default: by the extension of OUT)")(
+        "raw", po::value(&raw), "layout of a raw IN: WxH:TYPE[:HEADER]")(
+        "dataset", po::value(&dataset), "HDF5 IN: the dataset (default: its only image dataset)")(
+        "out-dataset", po::value(&outDataset), "HDF5 OUT: the dataset (default: /data)");
+    po::positional_options_description positional;
+    positional.add("in", 1).add("out", 1);
+    po::variables_map values;
+    if (Parse(args, options, positional, values, "usage: orvane convert IN OUT [options]")) return 0;
+    io::OpenOptions open = RawOption(raw);
+    open.dataset = dataset;
+    io::ImageFileFormat target = io::ImageFileFormat::Fxd;
+    if (!format.empty()) {
+        target = FormatOption(format, true);
+    } else if (const auto byName = io::FormatOfExtension(out)) {
+        target = *byName;
+    } else {
+        throw UsageError("cannot tell the format of \"" + out + "\" from its extension: give --format");
+    }
+    Progress progress = MakeProgress();
+    try {
+        const std::unique_ptr<io::SeriesSource> source = io::OpenSeries(in, open);
+        const io::FrameShape shape = source->Shape();
+        io::WriteOptions write;
+        write.dataset = outDataset;
+        write.expectedFrames = shape.frames;
+        // Written beside its place, in the staging folder, and moved there when complete.
+        const std::filesystem::path place(out);
+        StagingFolder folder(place.has_parent_path() ? place.parent_path().string() : ".");
+        const std::unique_ptr<io::SeriesWriter> writer =
+            io::CreateSeriesWriter(folder.Path() + "/" + place.filename().string(), target, write);
+        std::vector<char> pixels(static_cast<std::size_t>(shape.width) * static_cast<std::size_t>(shape.height) *
+                                 static_cast<std::size_t>(io::BytesPerPixel(shape.pixel)));
+        boost::property_tree::ptree properties;
+        progress.Stage("converting " + std::to_string(shape.frames) + " frames of " + io::ShapeText(shape));
+        for (int f = 0; f < shape.frames; ++f) {
+            source->ReadFrame(f, pixels.data(), properties);
+            writer->WriteFrame(pixels.data(), shape.width, shape.height, shape.pixel, properties);
+            progress.Step(f + 1, shape.frames);
+        }
+        writer->Close();
+        folder.Commit();
+    } catch (const io::ImageFileError& error) {
+        throw InputError(error.File(), error.Problem());
+    }
     return 0;
 }
 
@@ -290,6 +415,7 @@ int main(int argc, char** argv) {
         if (command == "simulate") return Simulate(args);
         if (command == "calibrate") return Calibrate(args);
         if (command == "demo") return Demo(args);
+        if (command == "convert") return Convert(args);
         if (command == "params") return Params(args);
         throw UsageError("unknown command \"" + command + "\" (see orvane --help)");
     } catch (const InputError& error) {
