@@ -41,6 +41,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
+orvane::io::OpenOptions RawLayoutOption(const std::string& layout) {
+    orvane::io::OpenOptions options;
+    options.raw = orvane::io::ParseRawLayout(layout);
+    return options;
+}
+
 // A Willow mode-12 frame: 342 x 396, with parameter rows for the offset, the linear
 // gain, the dose and dark defect maps.
 constexpr const char* kModel = "Willow.A1.m12";
@@ -372,6 +378,29 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
     const std::string odd = dir + "/" + DarkFileName(5);
     WriteFxd(odd, ImageAcquisition<unsigned short>(32, 32));
     EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), odd));
+}
+
+// Raw stacks carry no metadata: the frames take the documented defaults, and without
+// them the time grid fails saying what is missing.
+TEST_F(SimulatorTest, FramesWithoutMetadataTakeTheDefaultsOrTheStepThatNeedsThemSaysSo) {
+    std::ostringstream log;
+    Progress progress(log, false, true);
+    options.model = "Cedar";
+    options.format = orvane::io::ImageFileFormat::Raw;
+    WriteSimulatedSeries(options, dir, progress);
+    const FrameSeries series = ScanFrames(dir, RawLayoutOption("64x48:u16le"));
+    EXPECT_TRUE(FrameReader(series).Read(series.darks[2])->GetProperties().empty());
+    const ImagePtr<unsigned short> flat = FrameReader(series, {60.0, 31.5}).Read(series.doses[1][0]);
+    EXPECT_EQ(60 * (3 + 2), flat->GetProperty<int>("image.time"));  // its place after 3 darks and 2 flats
+    EXPECT_EQ(31.5, flat->GetProperty<double>("image.temperature"));
+
+    const std::vector<std::string> only{"offset-dynamic", "offset-time-grid"};
+    const CalibrationOutputs without = RunCalibrations({"Cedar", dir, only, {}}, series, progress);
+    EXPECT_EQ(StepReport::Status::Failed, without.steps[1].status);
+    EXPECT_TRUE(Contains(without.steps[1].detail, "dark.raw frame 0 has no image.time") &&
+                Contains(without.steps[1].detail, "--frame-interval")) << without.steps[1].detail;
+    const CalibrationOutputs with = RunCalibrations({"Cedar", dir, only, {60.0, 31.5}}, series, progress);
+    EXPECT_EQ(StepReport::Status::Ran, with.steps[1].status) << with.steps[1].detail;
 }
 
 TEST_F(SimulatorTest, FramesAgreeWithTheTruthAndDependOnSeedAndIndexOnly) {
