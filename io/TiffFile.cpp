@@ -337,7 +337,10 @@ public:
         TIFF* tif = handle->Get();
         handle->ClearError();
         const tmsize_t rowBytes = tmsize_t(width) * BytesPerPixel(pixel);
-        const std::uint32_t rowsPerStrip = std::uint32_t(std::min<tmsize_t>(height, (65535 + rowBytes) / rowBytes));
+        // Strips of up to 64 MiB, so the whole of a detector frame: written in one go,
+        // the page cache keeps it in large pieces, which later reads copy at memcpy speed.
+        const std::uint32_t rowsPerStrip =
+            std::uint32_t(std::max<tmsize_t>(1, std::min<tmsize_t>(height, (tmsize_t(64) << 20) / rowBytes)));
         bool ok = TIFFSetField(tif, TIFFTAG_SUBFILETYPE, FILETYPE_PAGE) && TIFFSetField(tif, TIFFTAG_IMAGEWIDTH, width) &&
                   TIFFSetField(tif, TIFFTAG_IMAGELENGTH, height) &&
                   TIFFSetField(tif, TIFFTAG_BITSPERSAMPLE, BytesPerPixel(pixel) * 8) &&

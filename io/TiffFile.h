@@ -14,7 +14,7 @@
 // Metadata: each page's ImageDescription, when it is a JSON object, gives the frame
 // properties (e.g. {"image":{"time":"60","temperature":"30.05"}}); we write it so,
 // compact, and write none for a frame without properties.
-// Write: one page per frame, strips of 64 KiB or more, no compression, the host's byte
+// Write: one page per frame, one strip per page (up to 64 MiB), no compression, the host's byte
 // order; BigTIFF when WriteOptions::bigTiff is set or the expected frames pass 3.5 GiB.
 // The file is created by the writer and opened as TIFF at the first frame, when the
 // frame's size is known; Close without frames is refused.

@@ -84,7 +84,7 @@ TEST(TiffFile, ReadsWhatTifffileWritesInEachLayout) {
 
 TEST(TiffFile, TifffileReadsWhatWeWrite) {
     ScratchDirectory scratch;
-    // 300 x 250 16-bit frames take three strips, the last one short.
+    // 300 x 250 16-bit frames, one strip a page.
     WriteSeries<unsigned short>(*CreateTiffWriter("u16.tif", {}), 300, 250, 3);
     WriteSeries<float>(*CreateTiffWriter("f32.tif", {}), 5, 7, 2);
     WriteOptions big;
