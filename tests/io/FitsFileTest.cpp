@@ -13,29 +13,17 @@ using namespace orvane::test;
 
 namespace {
 
-std::string Failure(const std::function<void()>& call) { return ThrownText<ImageFileError>(call); }
-
 template <typename T>
 void WriteSeries(const std::string& path, int width, int height, int frames, int expectedFrames = 0) {
     WriteOptions options;
     options.expectedFrames = expectedFrames;
-    const auto writer = CreateFitsWriter(path, options);
-    for (int f = 0; f < frames; ++f) writer->WriteImage(*TestFrame<T>(width, height, f));
-    writer->Close();
+    orvane::test::WriteSeries<T>(*CreateFitsWriter(path, options), width, height, frames);
 }
 
 // Every frame of the file is the test frame, with its properties or with none.
 template <typename T>
 void ExpectSeries(const std::string& path, int width, int height, int frames, bool withProperties = true) {
-    const auto source = OpenFitsSeries(path);
-    ASSERT_EQ(ShapeText({width, height, PixelKindOf<T>::value, 0}), ShapeText(source->Shape())) << path;
-    ASSERT_EQ(frames, source->Shape().frames) << path;
-    for (int f = 0; f < frames; ++f) {
-        const ImagePtr<T> image = source->ReadImage<T>(f), expected = TestFrame<T>(width, height, f);
-        EXPECT_EQ(Pixels(expected), Pixels(image)) << path << " " << f;
-        EXPECT_EQ(withProperties ? expected->GetProperties() : boost::property_tree::ptree(), image->GetProperties())
-            << path << " " << f;
-    }
+    orvane::test::ExpectSeries<T>(*OpenFitsSeries(path), width, height, frames, withProperties);
 }
 
 std::string Fits(const std::string& action, const std::string& path, const std::string& kind, int width, int height,

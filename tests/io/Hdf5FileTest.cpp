@@ -16,26 +16,6 @@ namespace {
 // Adds a dataset of test frames to a file with h5py (hdf5_interop.py write <arguments>).
 void H5py(const std::string& arguments) { ASSERT_EQ(0, RunPython("hdf5_interop.py", "write " + arguments)) << arguments; }
 
-template <typename T>
-void WriteSeries(SeriesWriter& writer, int width, int height, int frames) {
-    for (int f = 0; f < frames; ++f) writer.WriteImage(*TestFrame<T>(width, height, f));
-    writer.Close();
-}
-
-// Every frame of the source is the test frame, pixels and properties.
-template <typename T>
-void ExpectSeries(SeriesSource& source, int width, int height, int frames, bool withProperties) {
-    ASSERT_EQ(ShapeText({width, height, PixelKindOf<T>::value, 0}), ShapeText(source.Shape())) << source.Name();
-    ASSERT_EQ(frames, source.Shape().frames) << source.Name();
-    for (int f = 0; f < frames; ++f) {
-        const ImagePtr<T> image = source.ReadImage<T>(f), expected = TestFrame<T>(width, height, f);
-        EXPECT_EQ(Pixels(expected), Pixels(image)) << source.Name() << " " << f;
-        EXPECT_EQ(withProperties, image->GetProperties() == expected->GetProperties()) << source.Name() << " " << f;
-    }
-}
-
-std::string Failure(const std::function<void()>& call) { return ThrownText<ImageFileError>(call); }
-
 }  // namespace
 
 TEST(Hdf5File, ReadsEachLayoutAndTypeThatH5pyWrites) {

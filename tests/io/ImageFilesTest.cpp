@@ -14,30 +14,6 @@
 using namespace orvane::io;
 using namespace orvane::test;
 
-namespace {
-
-template <typename T>
-void WriteSeries(SeriesWriter& writer, int width, int height, int frames) {
-    for (int f = 0; f < frames; ++f) writer.WriteImage(*TestFrame<T>(width, height, f));
-    writer.Close();
-}
-
-// Every frame of the source is the test frame, pixels and properties.
-template <typename T>
-void ExpectSeries(SeriesSource& source, int width, int height, int frames, bool withProperties) {
-    ASSERT_EQ(ShapeText({width, height, PixelKindOf<T>::value, 0}), ShapeText(source.Shape()));
-    ASSERT_EQ(frames, source.Shape().frames);
-    for (int f = 0; f < frames; ++f) {
-        const ImagePtr<T> image = source.ReadImage<T>(f), expected = TestFrame<T>(width, height, f);
-        EXPECT_EQ(Pixels(expected), Pixels(image)) << f;
-        EXPECT_EQ(withProperties, image->GetProperties() == expected->GetProperties()) << f;
-    }
-}
-
-std::string Failure(const std::function<void()>& call) { return ThrownText<ImageFileError>(call); }
-
-}  // namespace
-
 TEST(ImageFileFormat, NamesExtensionsAndSignatures) {
     ScratchDirectory scratch;
     for (ImageFileFormat format : {ImageFileFormat::Fxd, ImageFileFormat::Tiff, ImageFileFormat::Hdf5,

@@ -13,39 +13,14 @@ using namespace orvane::test;
 
 namespace {
 
-template <typename T>
-void WriteSeries(SeriesWriter& writer, int width, int height, int frames) {
-    for (int f = 0; f < frames; ++f) writer.WriteImage(*TestFrame<T>(width, height, f));
-    writer.Close();
-}
-
-// Every frame is the test frame, read in order, then the first again (back to the
-// start), the last (a jump ahead) and the last once more.
-template <typename T>
-void ExpectSeries(SeriesSource& source, int width, int height, int frames, bool withProperties) {
-    ASSERT_EQ(ShapeText({width, height, PixelKindOf<T>::value, 0}), ShapeText(source.Shape()));
-    ASSERT_EQ(frames, source.Shape().frames);
-    std::vector<int> order;
-    for (int f = 0; f < frames; ++f) order.push_back(f);
-    order.insert(order.end(), {0, frames - 1, frames - 1});
-    for (int f : order) {
-        const ImagePtr<T> image = source.ReadImage<T>(f), expected = TestFrame<T>(width, height, f);
-        EXPECT_EQ(Pixels(expected), Pixels(image)) << source.Name() << " frame " << f;
-        const auto& properties = image->GetProperties();
-        EXPECT_TRUE(withProperties ? properties == expected->GetProperties() : properties.empty()) << source.Name();
-    }
-}
-
 void ExpectSeries(const std::string& path, PixelKind kind, int width, int height, int frames, bool withProperties) {
     const auto source = OpenTiffSeries(path);
     switch (kind) {
-        case PixelKind::UInt8: ExpectSeries<unsigned char>(*source, width, height, frames, withProperties); break;
-        case PixelKind::UInt16: ExpectSeries<unsigned short>(*source, width, height, frames, withProperties); break;
-        case PixelKind::Float32: ExpectSeries<float>(*source, width, height, frames, withProperties); break;
+        case PixelKind::UInt8: orvane::test::ExpectSeries<unsigned char>(*source, width, height, frames, withProperties); break;
+        case PixelKind::UInt16: orvane::test::ExpectSeries<unsigned short>(*source, width, height, frames, withProperties); break;
+        case PixelKind::Float32: orvane::test::ExpectSeries<float>(*source, width, height, frames, withProperties); break;
     }
 }
-
-std::string Failure(const std::function<void()>& call) { return ThrownText<ImageFileError>(call); }
 
 // Opens `path` and reads every frame.
 void ReadAll(const std::string& path) {
