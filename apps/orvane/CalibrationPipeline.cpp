@@ -280,9 +280,11 @@ ImagePtr<unsigned short> Pipeline::ReadCorrected(const FrameRef& source) const {
     return frame;
 }
 
+// Reads the whole frame: not every format keeps its metadata apart from its pixels.
 long long Pipeline::DarkTime(int index) const {
-    const auto time = Read(series.darks[static_cast<std::size_t>(index)])->GetProperties().get_optional<long long>("image.time");
-    if (!time) throw std::runtime_error(series.darks[static_cast<std::size_t>(index)].Name() + " has no image.time " + kMetadataHint);
+    const FrameRef& dark = series.darks[static_cast<std::size_t>(index)];
+    const auto time = Read(dark)->GetProperties().get_optional<long long>("image.time");
+    if (!time) throw std::runtime_error(dark.Name() + " has no image.time " + kMetadataHint);
     return *time;
 }
 

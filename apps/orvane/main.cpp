@@ -1,5 +1,6 @@
-// The `orvane` command: simulate a detector, calibrate it from frame files, run both
-// as a demo against the simulator's ground truth, and print parameter records.
+// The `orvane` command: simulate a detector, calibrate it from frame files of any
+// format, run both as a demo against the simulator's ground truth, convert image files
+// between formats, and print parameter records.
 
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/DetectorSimulator.h"
@@ -210,8 +211,6 @@ int Simulate(const std::vector<std::string>& args) {
     return 0;
 }
 
-// Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
-// log) into `out`. The evaluation, when given a truth, goes into the report too.
 // How a calibration run reads its frames and writes its references.
 struct RunOptions {
     std::vector<std::string> only;
@@ -221,6 +220,8 @@ struct RunOptions {
     bool verbose = false;
 };
 
+// Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
+// log) into `out`. The evaluation, when given a truth, goes into the report too.
 CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in, const std::string& out,
                                  const RunOptions& run, Progress& progress, const GroundTruth* truth,
                                  Evaluation* evaluation) {
