@@ -12,6 +12,7 @@
 #include "apps/orvane/InputError.h"
 #include "apps/orvane/ModelGeometry.h"
 #include "apps/orvane/PngWriter.h"
+#include "apps/orvane/ReferenceExport.h"
 #include "apps/orvane/Report.h"
 #include "io/FxdFile.h"
 #include "parameters/GainLinearParametersSet.h"
@@ -254,6 +255,14 @@ TEST(OrvaneReport, PngIsReducedByBlockMeanAndReportShowsExistingPicturesAndEscap
         EXPECT_EQ(fs::exists(picture), made) << picture;
     }
     EXPECT_FALSE(Contains(html, "<script") || Contains(html, "http"));
+}
+
+// The final map's classes and the gain decide the bits of the exported pixel mask.
+TEST(OrvaneReport, PixelMaskBitsFollowTheGainAndTheNeighbours) {
+    const auto map = orvane::test::MakeImage<unsigned char>(7, 1, {1, 1, 1, 1, 2, 0, 9});
+    const auto gain = orvane::test::MakeImage<float>(7, 1, {0.04f, 0.05f, 0.95f, 1.06f, 1.0f, 0.0f, 3.0f});
+    EXPECT_EQ((std::vector<std::uint32_t>{1, 2, 8, 4, 8 | 32, 0, 4 | 32}), PixelMask(*map, gain.get()));
+    EXPECT_EQ((std::vector<std::uint32_t>{8, 8, 8, 8, 8 | 32, 0, 8 | 32}), PixelMask(*map, nullptr));
 }
 
 TEST(OrvaneReport, EvaluationCountsKindsPrecisionAndScaleFreeGainError) {
