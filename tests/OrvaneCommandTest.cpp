@@ -117,8 +117,8 @@ TEST(OrvaneCommand, EveryFormatOfTheSeriesGivesTheSameReferences) {
         SCOPED_TRACE(format);
         const std::string frames = std::string("frames-") + format, out = std::string("refs-") + format;
         ASSERT_EQ(0, Orvane(simulate + " --out " + frames + " --format " + format).code);
-        const std::string in = std::string(format) == "hdf5" ? frames + "/series.h5" : frames;
-        const Outcome run = Orvane(calibrate + " --in " + in + " --out " + out + (std::string(format) == "raw" ? raw : ""));
+        // The HDF5 series is one file, series.h5, found in its folder.
+        const Outcome run = Orvane(calibrate + " --in " + frames + " --out " + out + (std::string(format) == "raw" ? raw : ""));
         ASSERT_EQ(0, run.code) << run.err;
         std::map<std::string, std::vector<char>> stores;
         for (const std::string& name : EntriesOf(out)) {
