@@ -387,6 +387,14 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
     const std::string odd = dir + "/" + DarkFileName(5);
     WriteFxd(odd, ImageAcquisition<unsigned short>(32, 32));
     EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), odd));
+    fs::remove(odd);
+
+    // One frame under two names, or a series both as a stack and as frame files.
+    fs::copy_file(dir + "/" + DarkFileName(1), dir + "/dark-1.fxd");
+    EXPECT_EQ(dir + ": holds both dark-001.fxd and dark-1.fxd for one frame; keep one",
+              ThrownText<InputError>([&] { ScanFrames(dir); }));
+    fs::rename(dir + "/dark-1.fxd", dir + "/dark.fxd");
+    EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), "holds both the stack dark.fxd"));
 }
 
 // Raw stacks carry no metadata: the frames take the documented defaults, and without
