@@ -88,6 +88,12 @@ private:
 
     bool Factor(double& value) {
         const std::size_t before = at;
+        if (depth == kFormulaDepth) return false;
+        struct Nested {
+            explicit Nested(int& counter) : depth(++counter) {}
+            ~Nested() { --depth; }
+            int& depth;
+        } nested(depth);
         const char c = NextToken();
         if (Number(value) || Variable(value)) return true;
         double inner;
@@ -179,6 +185,7 @@ private:
     const std::string& text;
     const FormulaVariables& variables;
     std::size_t at = 0;
+    int depth = 0;  // factors open around the position
 };
 
 // The string members whose formulas are being evaluated on this thread, innermost last.

@@ -34,6 +34,10 @@
 // and the line makes an ill-formed table entry visible to whoever listens. The empty
 // formula is the tables' way of saying zero and is not reported.
 //
+// Factors nest at most kFormulaDepth deep (parentheses and prefix operators together):
+// a deeper factor is no factor, and the formula a parse error like any other, rather
+// than a recursion that overflows the stack.
+//
 // Not locked: formulas must not be evaluated on two threads at once.
 
 #include <boost/variant.hpp>
@@ -45,6 +49,8 @@
 
 namespace orvane {
 namespace detail {
+
+constexpr int kFormulaDepth = 256;
 
 // What the parser needs of a record type's variables.
 class FormulaVariables {

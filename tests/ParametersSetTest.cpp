@@ -171,4 +171,14 @@ TEST(FormulaCalculator, OperatorsNumbersVariablesAndTheLongestLeadingExpression)
     EXPECT_EQ(ROI(1, 299, 65535, 7), evaluate_formula(ROIFormula{"3/2", "Width-0.5", "-1.5", "65536+7"}, Zoom()));
     EXPECT_EQ(ROI(960, 0, 0, 0), evaluate_formula(ROIFormula{"Thlc", "", "", ""}, other));
     EXPECT_EQ(ROI(0, 0, 0, 0), evaluate_formula(ROIFormula{"1/0", "0/0", "-1/0", "4294967296"}, Zoom()));
+
+    // Factors nest to a bound; deeper is a parse error like any other, not a stack overflow.
+    const auto nested = [](int n) { return std::string(size_t(n), '(') + "7" + std::string(size_t(n), ')'); };
+    EXPECT_EQ(7.0f, Eval(nested(orvane::detail::kFormulaDepth - 1)));
+    orvane::test::LogCapture deepLog;
+    for (const std::string& deep : {nested(orvane::detail::kFormulaDepth), nested(80000), std::string(200000, '-') + "1",
+                                    std::string(1000000, '@') + "1"})
+        EXPECT_EQ(0.0f, Eval(deep));
+    ASSERT_EQ(4u, deepLog.lines.size());
+    EXPECT_EQ(0u, deepLog.lines[0].find("I error parsing \"((("));
 }
