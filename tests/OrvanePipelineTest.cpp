@@ -398,8 +398,8 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
 }
 
 // Raw stacks carry no metadata: the frames take the documented defaults, and without
-// them the time grid fails saying what is missing.
-TEST_F(SimulatorTest, FramesWithoutMetadataTakeTheDefaultsOrTheStepThatNeedsThemSaysSo) {
+// them the time grid fails saying what is missing. A failed step names its cause.
+TEST_F(SimulatorTest, FramesWithoutMetadataTakeTheDefaultsAndFailedStepsNameTheirCause) {
     std::ostringstream log;
     Progress progress(log, false, true);
     options.model = "Cedar";
@@ -411,13 +411,18 @@ TEST_F(SimulatorTest, FramesWithoutMetadataTakeTheDefaultsOrTheStepThatNeedsThem
     EXPECT_EQ(60 * (3 + 2), flat->GetProperty<int>("image.time"));  // its place after 3 darks and 2 flats
     EXPECT_EQ(31.5, flat->GetProperty<double>("image.temperature"));
 
-    const std::vector<std::string> only{"offset-dynamic", "offset-time-grid"};
+    const std::vector<std::string> only{"offset-dynamic", "offset-time-grid", "gain-linear"};
     const CalibrationOutputs without = RunCalibrations({"Cedar", dir, only, {}}, series, progress);
     EXPECT_EQ(StepReport::Status::Failed, without.steps[1].status);
     EXPECT_TRUE(Contains(without.steps[1].detail, "dark.raw frame 0 has no image.time") &&
                 Contains(without.steps[1].detail, "--frame-interval")) << without.steps[1].detail;
     const CalibrationOutputs with = RunCalibrations({"Cedar", dir, only, {60.0, 31.5}}, series, progress);
     EXPECT_EQ(StepReport::Status::Ran, with.steps[1].status) << with.steps[1].detail;
+    // The gain's measure areas leave this small frame: the step names the cause the
+    // library logged first, not the failure that ended it.
+    EXPECT_EQ(StepReport::Status::Failed, with.steps[2].status);
+    EXPECT_EQ("CalibrationGain: _ExtractGoodPixelInMeasureArea failed because the area leaves the image",
+              with.steps[2].detail);
 }
 
 TEST_F(SimulatorTest, FramesAgreeWithTheTruthAndDependOnSeedAndIndexOnly) {

@@ -25,6 +25,28 @@ const char* const kStoreExtension = ".fxd";
 const char* const kMetadataHint =
     "(TIFF: ImageDescription JSON; FITS: TIMEnnnn/TEMPnnnn; HDF5: attributes image.time/image.temperature; "
     "or give --frame-interval and --temperature)";
+// The first error line the library logs while it lives, without its level and
+// source: the cause of a failure, where the exception that ends the step may tell
+// only a symptom of it.
+class FirstError {
+public:
+    FirstError()
+        : handle(logger::manager().add_sink([this](const std::string& line) {
+              if (!text.empty() || line.compare(0, 2, "E ") != 0) return;
+              const std::size_t source = line.find("): ");
+              text = line.substr(source == std::string::npos ? 2 : source + 3);
+              while (!text.empty() && text.back() == '\n') text.pop_back();
+          })) {}
+    ~FirstError() { logger::manager().remove_sink(handle); }
+    FirstError(const FirstError&) = delete;
+    FirstError& operator=(const FirstError&) = delete;
+
+    std::string text;
+
+private:
+    int handle;
+};
+
 // Frame pairs of the automatic defect update.
 constexpr int kMaxAutomaticPairs = 3;
 
@@ -246,15 +268,16 @@ void Pipeline::RunStep(const StepDefinition& step, StepReport& report) {
     }
     progress.Stage(report.name);
     const auto start = std::chrono::steady_clock::now();
+    FirstError firstError;
     try {
         report.detail = (this->*step.body)(report);
         report.status = StepReport::Status::Ran;
     } catch (const std::exception& e) {
         report.status = StepReport::Status::Failed;
-        report.detail = e.what();
+        report.detail = firstError.text.empty() ? e.what() : firstError.text;
     } catch (...) {
         report.status = StepReport::Status::Failed;
-        report.detail = "unknown failure";
+        report.detail = firstError.text.empty() ? "unknown failure" : firstError.text;
     }
     report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }

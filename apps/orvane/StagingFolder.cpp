@@ -29,15 +29,47 @@ StagingFolder::~StagingFolder() {
     fs::remove_all(staging, error);
 }
 
-void StagingFolder::Commit() {
-    for (const fs::directory_entry& entry : fs::directory_iterator(staging)) {
-        const fs::path destination = fs::path(target) / entry.path().filename();
-        if (fs::is_directory(destination) && entry.is_directory()) {
-            fs::remove_all(destination);
-        }
-        fs::rename(entry.path(), destination);
+namespace {
+
+bool IsStaging(const fs::path& entry) { return entry.filename().string().rfind(".orvane-staging-", 0) == 0; }
+
+}  // namespace
+
+bool StagingFolder::HasContent(const std::string& target) {
+    std::error_code error;
+    for (fs::directory_iterator it(target, error), end; !error && it != end; it.increment(error)) {
+        if (!IsStaging(it->path())) return true;
     }
-    fs::remove(staging);
+    return false;
+}
+
+void StagingFolder::Commit(bool replaceAll) {
+    try {
+        for (const fs::directory_entry& entry : fs::directory_iterator(staging)) {
+            const fs::path destination = fs::path(target) / entry.path().filename();
+            if (!replaceAll && fs::exists(destination) && fs::is_directory(destination) != entry.is_directory()) {
+                throw InputError(destination.string(), std::string("is in the way: a ") +
+                                                           (entry.is_directory() ? "file" : "folder") +
+                                                           " where the output puts a " +
+                                                           (entry.is_directory() ? "folder" : "file"));
+            }
+        }
+        if (replaceAll) {
+            for (const fs::directory_entry& entry : fs::directory_iterator(target)) {
+                if (!IsStaging(entry.path())) fs::remove_all(entry.path());
+            }
+        }
+        for (const fs::directory_entry& entry : fs::directory_iterator(staging)) {
+            const fs::path destination = fs::path(target) / entry.path().filename();
+            if (fs::is_directory(destination) && entry.is_directory()) {
+                fs::remove_all(destination);
+            }
+            fs::rename(entry.path(), destination);
+        }
+        fs::remove(staging);
+    } catch (const fs::filesystem_error& error) {
+        throw InputError(error.path1().string(), "cannot be put in place: " + error.code().message());
+    }
 }
 
 }  // namespace app

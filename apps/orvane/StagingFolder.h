@@ -21,7 +21,13 @@ public:
 
     const std::string& Path() const { return staging; }
     const std::string& Target() const { return target; }
-    void Commit();
+    // Moves every staged entry into the target; with replaceAll, what stood in the
+    // target before goes first. An entry in the way (a folder where a file goes, or the
+    // reverse) is found before anything moves: InputError naming it, and the target
+    // stays as it was.
+    void Commit(bool replaceAll = false);
+    // The target holds entries besides staging folders.
+    static bool HasContent(const std::string& target);
 
 private:
     std::string target;

@@ -90,6 +90,7 @@ private:
 };
 
 std::vector<int> ParseNumbers(const std::string& text, std::size_t count, const char* what) {
+    if (text.empty() || text.back() == ',') throw UsageError(std::string("bad ") + what + " \"" + text + "\"");
     std::vector<int> numbers;
     std::stringstream stream(text);
     std::string item;
@@ -107,14 +108,28 @@ std::vector<int> ParseNumbers(const std::string& text, std::size_t count, const 
     return numbers;
 }
 
+// The step names of --only; an empty name (",", "a,,b", a trailing comma) is refused.
 std::vector<std::string> SplitList(const std::string& text) {
     std::vector<std::string> items;
     std::stringstream stream(text);
     std::string item;
-    while (std::getline(stream, item, ',')) {
-        if (!item.empty()) items.push_back(item);
+    while (std::getline(stream, item, ',')) items.push_back(item);
+    if (items.empty() || text.back() == ',' ||
+        std::find(items.begin(), items.end(), std::string()) != items.end()) {
+        throw UsageError("bad --only \"" + text + "\": an empty step name");
     }
     return items;
+}
+
+// Says on stderr which steps failed; the exit code of a run: 0, or 3 when one failed.
+int FinishedRun(const CalibrationOutputs& outputs) {
+    std::string failed;
+    for (const StepReport& step : outputs.steps) {
+        if (step.status == StepReport::Status::Failed) failed += (failed.empty() ? "" : ", ") + step.name;
+    }
+    if (failed.empty()) return 0;
+    std::cerr << "orvane: finished, but these steps failed: " << failed << '\n';
+    return 3;
 }
 
 // The frames of `in`, checked against the model's frame size.
@@ -181,7 +196,8 @@ int Simulate(const std::vector<std::string>& args) {
     SimulationOptions simulation;
     options.add_options()("help,h", "show this help")(
         "model", po::value(&model)->required(), "model key, e.g. Birch or Rowan.*.m8")(
-        "out", po::value(&out)->required(), "folder to write the frames into (created if missing)")(
+        "out", po::value(&out)->required(), "folder to write the frames into (new or empty)")(
+        "replace", "replace whatever the --out folder holds")(
         "seed", po::value(&simulation.seed)->default_value(1), "random seed")(
         "darks", po::value(&simulation.darkFrames)->default_value(10), "dark frames")(
         "doses", po::value(&simulation.doses)->default_value(5), "flat-field doses")(
@@ -197,10 +213,15 @@ int Simulate(const std::vector<std::string>& args) {
 
     const ModelGeometry geometry = FindModel(model);
     simulation.model = geometry.key;
+    // Frames beside older ones would make one series under one ground truth.
+    const bool replace = values.count("replace") > 0;
+    if (!replace && StagingFolder::HasContent(out)) {
+        throw InputError(out, "is not empty: give a new or empty folder, or --replace to replace what it holds");
+    }
     Progress progress = MakeProgress();
     StagingFolder folder(out);
     WriteSimulatedSeries(simulation, folder.Path(), progress);
-    folder.Commit();
+    folder.Commit(replace);
     progress.Stage("wrote " + std::to_string(simulation.darkFrames + simulation.doses * simulation.framesPerDose) +
                    " frames of " + std::to_string(geometry.width) + " x " + std::to_string(geometry.height) +
                    " and the ground truth to " + out +
@@ -276,7 +297,7 @@ int Calibrate(const std::vector<std::string>& args) {
         return 0;
     }
     RunOptions run;
-    run.only = SplitList(only);
+    if (values.count("only")) run.only = SplitList(only);
     run.open = RawOption(raw);
     run.format = FormatOption(format, false);
     if (values.count("frame-interval")) run.defaults.interval = interval;
@@ -286,7 +307,7 @@ int Calibrate(const std::vector<std::string>& args) {
     const CalibrationOutputs outputs = CalibrateInto(model, in, out, run, progress, nullptr, nullptr);
     PrintSteps(std::cout, outputs);
     std::cout << "report: " << out << "/report.html\n";
-    return 0;
+    return FinishedRun(outputs);
 }
 
 int Demo(const std::vector<std::string>& args) {
@@ -306,7 +327,7 @@ int Demo(const std::vector<std::string>& args) {
     {
         StagingFolder folder(frames);
         WriteSimulatedSeries(simulation, folder.Path(), progress);
-        folder.Commit();
+        folder.Commit(true);  // the demo's own folder: an earlier run's frames go
     }
     const GroundTruth truth = LoadGroundTruth(frames);
     Evaluation evaluation;
@@ -318,7 +339,7 @@ int Demo(const std::vector<std::string>& args) {
     std::cout << '\n';
     PrintEvaluation(std::cout, evaluation);
     std::cout << "\nreport: " << out << "/report.html\n";
-    return 0;
+    return FinishedRun(outputs);
 }
 
 // Writes every frame of one image file (or HDF5 dataset) to another file, in the
@@ -385,19 +406,18 @@ int Params(const std::vector<std::string>& args) {
     positional.add("key", 1);
     po::variables_map values;
     if (Parse(args, options, positional, values, "usage: orvane params KEY [--roi T,L,H,W | --size W,H]")) return 0;
-    if (!roiText.empty() && !sizeText.empty()) throw UsageError("give --roi or --size, not both");
+    if (values.count("roi") && values.count("size")) throw UsageError("give --roi or --size, not both");
 
-    ROI roi;
-    if (!roiText.empty()) {
+    const ModelGeometry geometry = FindModel(key);  // an unknown model has only zero rows
+    ROI roi(0, 0, geometry.height, geometry.width);  // by default the whole frame
+    if (values.count("roi")) {
         const std::vector<int> n = ParseNumbers(roiText, 4, "--roi");
         roi = ROI(n[0], n[1], n[2], n[3]);
-    } else if (!sizeText.empty()) {
+    } else if (values.count("size")) {
         const std::vector<int> n = ParseNumbers(sizeText, 2, "--size");
         roi = ROI(0, 0, n[1], n[0]);
-    } else {
-        const ModelGeometry geometry = FindModel(key);  // the whole frame of a known model
-        roi = ROI(0, 0, geometry.height, geometry.width);
     }
+    if (roi.width == 0 || roi.height == 0) throw UsageError("the region of --roi or --size must not be empty");
     PrintParameters(std::cout, key, roi);
     return 0;
 }
