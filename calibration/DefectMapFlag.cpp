@@ -45,6 +45,18 @@ Blocks AreaBlocks(const ROI& area, const DMFlagParameters& p) {
                   right};
 }
 
+// Whether every place the tests of `p` touch lies in a map of width x height: the
+// Area when tested, the DRZ bands when tested, and the seams, which cut every test.
+bool FitsMap(const DMFlagParameters& p, int width, int height) {
+    const auto within = [](long long first, long long count, int size) {
+        return count <= 0 || (first >= 0 && first + count <= size);
+    };
+    return (!p.TestArea || (within(p.Area.top, p.Area.height, height) && within(p.Area.left, p.Area.width, width))) &&
+           (!p.TestDRZLines ||
+            (within(p.DRZFirstColumn, p.DRZFirstCount, width) && within(p.DRZSecondColumn, p.DRZSecondCount, width))) &&
+           (!p.SplitRows || within(p.SplitRow, 1, height)) && (!p.SplitColumns || within(p.SplitColumn, 1, width));
+}
+
 }  // namespace
 }  // namespace detail
 }  // namespace orvane
@@ -59,6 +71,10 @@ DefectMapFlag::DefectMapFlag(const DefectMapFlag& other)
 void DefectMapFlag::UpdateDefectMap(ImagePtr<unsigned char> map) {
     if (!map) {
         LogAndThrow<CalibrationException>("DefectMapFlag : UpdateDefectMap failed due to null pointer",
+                                          __FILE__, __LINE__);
+    }
+    if (!orvane::detail::FitsMap(parameters, map->GetWidth(), map->GetHeight())) {
+        LogAndThrow<CalibrationException>("DefectMapFlag : UpdateDefectMap failed due to an area outside the map",
                                           __FILE__, __LINE__);
     }
     foundLines.clear();

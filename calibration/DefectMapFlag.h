@@ -32,7 +32,9 @@ public:
     // what the row and column tests found; then, with RetestWholeFrame, the
     // whole-frame tests again on the flagged map, and their flagging. A null map fails
     // with CalibrationException "DefectMapFlag : UpdateDefectMap failed due to null
-    // pointer" and leaves the object as it was; nothing else is caught.
+    // pointer" and leaves the object as it was; so does an Area or DRZ band that is
+    // tested, or a seam, outside the map: "DefectMapFlag : UpdateDefectMap failed due
+    // to an area outside the map". Nothing else is caught.
     void UpdateDefectMap(ImagePtr<unsigned char> map);
 
 private:

@@ -114,6 +114,36 @@ TEST(DefectMapFlag, RowIsFlaggedOnlyAboveItsThresholdAndCopyFollowsTheCallersRec
     EXPECT_EQ(Bytes({1, 1, 1, 0, 1, 0}), Pixels(map));
     EXPECT_EQ(FailureText([&] { copy.UpdateDefectMap(nullptr); }),
               "DefectMapFlag : UpdateDefectMap failed due to null pointer");
+
+    // A tested area, a DRZ band or a seam outside the map fails before any flag is set;
+    // at the map's last row or column it is tested.
+    const std::function<void(P&)> outside[] = {
+        [](P& p) { p.TestArea = true, p.Area = ROI(1, 0, H, 1); },
+        [](P& p) { p.TestArea = true, p.Area = ROI(0, 1, 1, W); },
+        [](P& p) { Drz(p), p.DRZSecondColumn = W - 5; },
+        [](P& p) { Drz(p), p.DRZFirstColumn = -1; },
+        [](P& p) { Split(p, H, -1); },
+        [](P& p) { Split(p, -1, W); },
+        [](P& p) { Split(p, 0, -1), p.SplitRow = -2; },
+    };
+    for (const auto& set : outside) {
+        P r;
+        WholeFrame(r, 0.0f, 0.0f);
+        set(r);
+        auto full = MakeImage<unsigned char>(W, H);
+        full->GetData()[0] = 1;
+        EXPECT_EQ(FailureText([&] { DefectMapFlag(r).UpdateDefectMap(full); }),
+                  "DefectMapFlag : UpdateDefectMap failed due to an area outside the map");
+        EXPECT_EQ(1, std::count(full->GetData(), full->GetData() + W * H, 1));
+    }
+    P edge;
+    edge.TestArea = true, edge.Area = ROI(H - 1, W - 1, 1, 1);
+    auto last = MakeImage<unsigned char>(W, H);
+    last->GetData()[W * H - 1] = 5;
+    DefectMapFlag(edge).UpdateDefectMap(last);
+    EXPECT_EQ(1, last->GetData()[W * H - 1]);
+    Split(edge, H - 1, W - 1);
+    EXPECT_NO_THROW(DefectMapFlag(edge).UpdateDefectMap(last));
 }
 
 TEST(DefectMapFlag, ThresholdsAreasSeamsBandsAndRetest) {
