@@ -2,6 +2,9 @@
 
 #include "apps/orvane/InputError.h"
 
+#include "OrvaneCalibration.h"
+
+#include <algorithm>
 #include <initializer_list>
 
 namespace orvane {
@@ -21,7 +24,8 @@ void AddModes(std::vector<ModelGeometry>& models, const std::string& family, std
 
 // Sizes are those of the full panel of each model, and for the reduced modes the
 // size that holds every measure area and normalising area of the parameter tables
-// (the binned modes are a half or a third of the full panel).
+// (the binned modes are a half or a third of the full panel). HoldEveryArea then
+// grows a size where a row of the tables needs more.
 std::vector<ModelGeometry> BuildModels() {
     std::vector<ModelGeometry> models;
     Add(models, {"Birch"}, 3121, 3121);
@@ -57,6 +61,73 @@ std::vector<ModelGeometry> BuildModels() {
     return models;
 }
 
+// Grows a frame size until it holds the areas given to it.
+class Extent {
+public:
+    Extent(int width, int height) : width(width), height(height) {}
+
+    void Hold(long long left, long long top, long long areaWidth, long long areaHeight) {
+        width = std::max<long long>(width, left + areaWidth);
+        height = std::max<long long>(height, top + areaHeight);
+    }
+    void Hold(const ROI& area) { Hold(area.left, area.top, area.width, area.height); }
+    void Hold(const std::vector<ROI>& areas) {
+        for (const ROI& area : areas) Hold(area);
+    }
+
+    int Width() const { return static_cast<int>(width); }
+    int Height() const { return static_cast<int>(height); }
+
+private:
+    long long width;
+    long long height;
+};
+
+// The rows a calibration run takes for `key` (those lookup gives and that are the
+// key's own, not the shared default row) may come from an ancestor key made for a
+// larger panel, or give X0 and Y0 swapped; the frame must hold every area of each as
+// given, or that step fails on the program's own frames.
+void HoldEveryArea(ModelGeometry& model) {
+    Extent extent(model.width, model.height);
+    const std::string& key = model.key;
+    if (s_gainLinearParametersSet.HasOwnRow(key)) {
+        const GainLinearParameters& row = s_gainLinearParametersSet.lookup(key);
+        extent.Hold(row.X0, row.Y0, row.Width, row.Height);
+        extent.Hold(row.MeasureAreas);
+    }
+    if (s_defectMapParametersSet.HasOwnRow(key)) {
+        const DefectMapParameters& row = s_defectMapParametersSet.lookup(key);
+        extent.Hold(row.X0, row.Y0, row.Width, row.Height);
+    }
+    if (s_defectMapGainParametersSet.HasOwnRow(key)) {
+        const DefectMapGainParameters& row = s_defectMapGainParametersSet.lookup(key);
+        extent.Hold(row.X0, row.Y0, row.Width, row.Height);
+    }
+    if (s_DefectMapDarkParametersSet.HasOwnRow(key)) extent.Hold(s_DefectMapDarkParametersSet.lookup(key).Area);
+    if (s_DefectMapUntypicalParametersSet.HasOwnRow(key)) {
+        extent.Hold(s_DefectMapUntypicalParametersSet.lookup(key).Area);
+    }
+    if (s_automaticDefectParametersSet.HasOwnRow(key)) extent.Hold(s_automaticDefectParametersSet.lookup(key).Area);
+    if (s_gainPolyParametersSet.HasOwnRow(key)) {
+        const GainPolyParameters& row = s_gainPolyParametersSet.lookup(key);
+        extent.Hold(row.MeasureAreas);
+        extent.Hold(row.DenoiseAreas);
+    }
+    if (s_EchoLineParametersSet.HasOwnRow(key)) extent.Hold(s_EchoLineParametersSet.lookup(key).Area);
+    if (s_DMFlagParametersSet.HasOwnRow(key)) {
+        const DMFlagParameters& row = s_DMFlagParametersSet.lookup(key);
+        if (row.TestArea) extent.Hold(row.Area);
+        if (row.TestDRZLines) {
+            extent.Hold(row.DRZFirstColumn, 0, row.DRZFirstCount, 0);
+            extent.Hold(row.DRZSecondColumn, 0, row.DRZSecondCount, 0);
+        }
+        if (row.SplitRows) extent.Hold(0, row.SplitRow, 0, 1);
+        if (row.SplitColumns) extent.Hold(row.SplitColumn, 0, 1, 0);
+    }
+    model.width = extent.Width();
+    model.height = extent.Height();
+}
+
 const ModelGeometry* Find(const std::string& key) {
     for (const ModelGeometry& model : KnownModels()) {
         if (model.key == key) return &model;
@@ -67,7 +138,11 @@ const ModelGeometry* Find(const std::string& key) {
 }  // namespace
 
 const std::vector<ModelGeometry>& KnownModels() {
-    static const std::vector<ModelGeometry> models = BuildModels();
+    static const std::vector<ModelGeometry> models = [] {
+        std::vector<ModelGeometry> built = BuildModels();
+        for (ModelGeometry& model : built) HoldEveryArea(model);
+        return built;
+    }();
     return models;
 }
 
