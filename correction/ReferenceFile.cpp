@@ -73,6 +73,7 @@ ReferenceFileContent<T> ReadReferenceFile(const Reference& store, const std::str
     const std::string& path = store.GetPath();
     try {
         ImageFxdFileIn file(path);
+        file.VerifyChecksum();  // a damaged file must not load as other data
         const ptree& head = file.GetProperties(0);
         const auto storedKind = head.get_optional<std::string>("reference.kind");
         if (!file.HasProperties() || !storedKind) {

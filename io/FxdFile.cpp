@@ -91,7 +91,7 @@ public:
                 any = any || !frameProperties[i].empty() || !frameProperties[i].data().empty();
                 file.SetProperties(frameProperties[i], static_cast<int>(i));
             }
-            file.Open(shape.width, shape.height, CodeOfKind(shape.pixel), any);
+            file.Open(shape.width, shape.height, CodeOfKind(shape.pixel), any, false);  // streamed, never verified
             for (size_t i = 0; i < frames.size(); ++i) {
                 file.WriteFrameData(frames[i].data(), CodeOfKind(shape.pixel), static_cast<int>(i));
             }

@@ -7,6 +7,7 @@
 #include "interfaces/ReferenceGainPoly.h"
 #include "tools/ImageFxdFile.h"
 
+#include <boost/crc.hpp>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -140,8 +141,14 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     const std::string good = ReadFile("good.fxd");
     const std::string block = "frame 0 0:\n1 5:image 0:\n2 4:time 3:100\n";
     ASSERT_EQ(128 + block.size() + 2 * 6 * 2, good.size());
-    std::string header = "OFXD" + std::string(124, '\0');  // then 96 reserved zero bytes
-    const std::vector<std::int32_t> fields = {1, 3, 2, 1, 2, std::int32_t(block.size()), 1};
+    // The checksum is CRC-32C (reflected, initial and final value all ones) of the file
+    // with its own field read as zero.
+    boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true> crc;
+    const std::string unsummed = WithInt32At(good, 36, 0);
+    crc.process_bytes(unsummed.data(), unsummed.size());
+    std::string header = "OFXD" + std::string(124, '\0');  // then 88 reserved zero bytes
+    const std::vector<std::int32_t> fields = {1, 3, 2, 1, 2, std::int32_t(block.size()), 1, 1,
+                                              std::int32_t(crc.checksum())};
     for (size_t i = 0; i < fields.size(); ++i) header = WithInt32At(header, 4 + 4 * i, fields[i]);
     EXPECT_EQ(header, good.substr(0, 128));
     EXPECT_EQ(block, good.substr(128, block.size()));
@@ -166,6 +173,7 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
         {WithInt32At(good, 24, -1), "has a negative extra header size -1"},
         {WithInt32At(good, 28, 2), "has the invalid properties flag 2"},
         {WithInt32At(good, 28, 0), "has an extra header of 39 bytes but no properties"},
+        {WithInt32At(good, 32, 2), "has the invalid checksum flag 2"},
         {badBlock, "has an unreadable property block: "},
     };
     for (const auto& d : damaged) {
@@ -181,6 +189,25 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     EXPECT_EQ("ImageFxdFileIn: 'good.fxd' has 2 frames, no frame 2",
               ThrownText<ImageFormatException>([&] { file.ReadImage<unsigned short>(2); }));
     EXPECT_EQ(std::vector<unsigned short>({1, 2, 3, 4, 5, 6}), Pixels(file.ReadImage<unsigned short>(1)));
+
+    // Any changed byte but the checksum's own is found: a pixel, a digit of a property
+    // that still parses, a header field; a file written before the checksum (flag and
+    // checksum zero) reads as it is.
+    EXPECT_TRUE(file.VerifyChecksum());
+    std::string digit = good;
+    digit[128 + block.find("100") + 2] = '1';
+    for (const std::string& bytes : {WithInt32At(good, 128 + int(block.size()) + 8, 7), digit,
+                                     WithInt32At(good, 20, 1).substr(0, good.size() - 12),
+                                     WithInt32At(good, 36, int(crc.checksum() ^ 1u))}) {
+        WriteBytes("bad.fxd", bytes);
+        ImageFxdFileIn damaged("bad.fxd");
+        const std::string text = ThrownText<ImageFormatException>([&] { damaged.VerifyChecksum(); });
+        EXPECT_EQ(0u, text.find("ImageFxdFileIn: 'bad.fxd' is damaged: its checksum is ")) << text;
+    }
+    WriteBytes("old.fxd", WithInt32At(WithInt32At(digit, 32, 0), 36, 0));
+    ImageFxdFileIn old("old.fxd");
+    EXPECT_FALSE(old.VerifyChecksum());
+    EXPECT_EQ("101", old.GetProperties(0).get<std::string>("image.time"));
 }
 
 TEST(LogAndThrow, LinesReachTheSinksInOrderThrowsLogTheChainInnerFirstAndCopiesKeepTheType) {
@@ -262,6 +289,14 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
                   .find("ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"));
     EXPECT_NE(std::string::npos, LoadFailure(2, 3, "offset.fxd").find("are 3x2, the store's are 2x3"));
     EXPECT_NE(std::string::npos, LoadFailure(3, 2, "otherkind.fxd").find("file of a ReferenceOther"));
+    std::string flipped = bytes;
+    flipped.back() ^= 0x10;  // the last pixel's high byte
+    WriteBytes("flipped.fxd", flipped);
+    EXPECT_NE(std::string::npos, LoadFailure(3, 2, "flipped.fxd").find("'flipped.fxd' is damaged: its checksum is "));
+    WriteBytes("unsummed.fxd", WithInt32At(WithInt32At(flipped, 32, 0), 36, 0));  // as written before checksums
+    ReferenceOffsetSimple unsummed(3, 2, "unsummed.fxd");
+    unsummed.Load();
+    EXPECT_EQ(65535 ^ 0x1000, unsummed.GetOffset()->GetData()[5]);
 
     std::filesystem::create_directory("offset.fxd.part");  // the file cannot be written
     EXPECT_THROW(saved.Save(), ReferenceException);

@@ -14,7 +14,11 @@
 //       20     4  frame count
 //       24     4  extra header size: the bytes between this header and frame 0
 //       28     4  properties flag: 1 when the extra header holds frame properties
-//       32    96  reserved, zero
+//       32     4  checksum flag: 1 when the next field holds the checksum; 0 in files
+//                 written before there was one, which load unchecked
+//       36     4  checksum, uint32: CRC-32C (Castagnoli) of the whole file, these four
+//                 bytes read as zero
+//       40    88  reserved, zero
 //      128     E  extra header (the property block, text; empty without properties)
 //    128+E     .  frame 0, frame 1, ..., each width x height pixels row after row,
 //                 in the byte order of the host (little-endian, IEEE 754 floats)
@@ -45,6 +49,7 @@
 #include <cstdint>
 #include <fstream>
 #include <ios>
+#include <istream>
 #include <map>
 #include <string>
 
@@ -73,6 +78,14 @@ struct FxdPixelType<unsigned char> {
 // Bytes per pixel of a type code; 0 for an unknown code.
 int FxdBytesPerPixel(int pixelType);
 
+// Where the checksum flag and the checksum stand in the header.
+constexpr int kFxdChecksumFlagOffset = 32;
+constexpr int kFxdChecksumOffset = 36;
+
+// The CRC-32C of every byte of `stream` from its start, the checksum field read as
+// zero. Raises std::ios_base::failure when the stream cannot be read to its end.
+std::uint32_t FxdFileChecksum(std::istream& stream);
+
 }  // namespace detail
 }  // namespace orvane
 
@@ -90,8 +103,11 @@ public:
     ImageFxdFileOut& operator=(const ImageFxdFileOut&) = delete;
 
     // Creates (or truncates) the file and writes the header and the property block;
-    // withProperties false leaves out the properties given so far.
-    void Open(int width, int height, int pixelType, bool withProperties);
+    // withProperties false leaves out the properties given so far. withChecksum false
+    // writes the file without a checksum (flag 0), as files were before there was one:
+    // for frames that are streamed and never verified, where the checksum's pass over
+    // the file would cost more than the write itself.
+    void Open(int width, int height, int pixelType, bool withProperties, bool withChecksum = true);
     // Keeps a copy of the properties of `frame`; only before Open.
     void SetProperties(boost::property_tree::ptree& properties, int frame);
 
@@ -118,7 +134,8 @@ public:
     // ImageFileException.
     void WriteFrameData(const void* pixels, int pixelType, int frame);
 
-    // Writes the final frame count into the header and closes the file. Does nothing
+    // Writes the final frame count into the header, then the checksum of the whole
+    // file (read back once) unless Open declined it, and closes the file. Does nothing
     // when the file is not open.
     void Close();
 
@@ -127,6 +144,7 @@ public:
 
 private:
     void _WriteHeader();
+    void _WriteChecksum();
 
     std::int32_t width = 0;
     std::int32_t height = 0;
@@ -136,6 +154,7 @@ private:
     std::ofstream stream;
     int pixelType = -1;
     bool withProperties = false;
+    bool withChecksum = true;
     bool opened = false;
     std::map<int, boost::property_tree::ptree> properties;
 };
@@ -159,6 +178,12 @@ public:
     int GetPixelType() const { return pixelType; }
     int GetFrameCount() const { return frameCount; }
     bool HasProperties() const { return withProperties; }
+
+    // Reads the whole file and compares it with the checksum of its header: true when
+    // they agree, false for a file written without a checksum; a mismatch raises
+    // ImageFormatException "... is damaged: ...". Frames and properties read the same
+    // with or without this check, which costs a pass over the file.
+    bool VerifyChecksum();
 
     // The properties stored for `frame`; an empty tree when none were stored.
     const boost::property_tree::ptree& GetProperties(int frame) const;
@@ -192,6 +217,8 @@ private:
     int frameCount = 0;
     int extraHeaderSize = 0;
     bool withProperties = false;
+    bool withChecksum = false;
+    std::uint32_t checksum = 0;
     std::map<int, boost::property_tree::ptree> properties;
 };
 

@@ -3,6 +3,7 @@
 #include "interfaces/ImageFormatException.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -142,6 +143,12 @@ ImageFxdFileIn::ImageFxdFileIn(const std::string& fileName) : fileName(fileName)
     frameCount = GetInt32(header + 20);
     extraHeaderSize = GetInt32(header + 24);
     const std::int32_t flag = GetInt32(header + 28);
+    const std::int32_t checksumFlag = GetInt32(header + orvane::detail::kFxdChecksumFlagOffset);
+    if (checksumFlag != 0 && checksumFlag != 1) {
+        _Fail("has the invalid checksum flag " + std::to_string(checksumFlag));
+    }
+    withChecksum = checksumFlag == 1;
+    checksum = static_cast<std::uint32_t>(GetInt32(header + orvane::detail::kFxdChecksumOffset));
     const int bytesPerPixel = orvane::detail::FxdBytesPerPixel(pixelType);
     if (bytesPerPixel == 0) {
         _Fail("has the unknown pixel type code " + std::to_string(pixelType));
@@ -199,6 +206,24 @@ ImageFxdFileIn::ImageFxdFileIn(const std::string& fileName) : fileName(fileName)
 }
 
 ImageFxdFileIn::~ImageFxdFileIn() = default;
+
+bool ImageFxdFileIn::VerifyChecksum() {
+    if (!withChecksum) {
+        return false;
+    }
+    std::uint32_t computed = 0;
+    try {
+        computed = orvane::detail::FxdFileChecksum(stream);
+    } catch (const std::exception&) {
+        _Fail("cannot be read to its end");
+    }
+    if (computed != checksum) {
+        char text[64];
+        std::snprintf(text, sizeof text, "its checksum is %08x, its bytes give %08x", checksum, computed);
+        _Fail(std::string("is damaged: ") + text);
+    }
+    return true;
+}
 
 const ptree& ImageFxdFileIn::GetProperties(int frame) const {
     static const ptree none;

@@ -1,9 +1,12 @@
 #include "tools/ImageFxdFile.h"
 
+#include <boost/crc.hpp>
+
 #include <cerrno>
 #include <cstring>
 #include <limits>
 #include <string>
+#include <vector>
 
 using boost::property_tree::ptree;
 
@@ -17,6 +20,26 @@ int FxdBytesPerPixel(int pixelType) {
         case FxdPixelType<unsigned char>::code: return static_cast<int>(sizeof(unsigned char));
         default: return 0;
     }
+}
+
+std::uint32_t FxdFileChecksum(std::istream& stream) {
+    boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true> crc;  // CRC-32C
+    std::vector<char> chunk(std::size_t{1} << 20);
+    stream.clear();
+    stream.seekg(0, std::ios::beg);
+    for (std::streamoff start = 0; stream; start += stream.gcount()) {
+        stream.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
+        const std::streamoff count = stream.gcount();
+        // The checksum field counts as zero, wherever the chunk boundaries fall.
+        for (std::streamoff i = std::max<std::streamoff>(start, kFxdChecksumOffset);
+             i < std::min<std::streamoff>(start + count, kFxdChecksumOffset + 4); ++i) {
+            chunk[static_cast<std::size_t>(i - start)] = 0;
+        }
+        crc.process_bytes(chunk.data(), static_cast<std::size_t>(count));
+    }
+    if (!stream.eof()) throw std::ios_base::failure("read error");
+    stream.clear();
+    return crc.checksum();
 }
 
 }  // namespace detail
@@ -91,7 +114,8 @@ void ImageFxdFileOut::SetProperties(ptree& frameProperties, int frame) {
     properties[frame] = frameProperties;
 }
 
-void ImageFxdFileOut::Open(int newWidth, int newHeight, int newPixelType, bool newWithProperties) {
+void ImageFxdFileOut::Open(int newWidth, int newHeight, int newPixelType, bool newWithProperties,
+                           bool newWithChecksum) {
     if (opened) {
         throw ImageFileException("ImageFxdFileOut: '" + fileName + "' is already open");
     }
@@ -112,6 +136,7 @@ void ImageFxdFileOut::Open(int newWidth, int newHeight, int newPixelType, bool n
     height = newHeight;
     pixelType = newPixelType;
     withProperties = newWithProperties;
+    withChecksum = newWithChecksum;
     frameCount = 0;
     extraHeaderSize = static_cast<std::int32_t>(block.size());
     errno = 0;
@@ -167,6 +192,9 @@ void ImageFxdFileOut::Close() {
     opened = false;
     try {
         _WriteHeader();
+        if (withChecksum) {
+            _WriteChecksum();
+        }
         stream.close();
     } catch (const std::exception&) {
         try {
@@ -188,6 +216,19 @@ void ImageFxdFileOut::_WriteHeader() {
     PutInt32(header + 20, frameCount);
     PutInt32(header + 24, extraHeaderSize);
     PutInt32(header + 28, withProperties ? 1 : 0);
+    PutInt32(header + orvane::detail::kFxdChecksumFlagOffset, withChecksum ? 1 : 0);
     stream.seekp(0, std::ios::beg);
     stream.write(header, sizeof header);
+}
+
+void ImageFxdFileOut::_WriteChecksum() {
+    stream.flush();
+    std::ifstream written;
+    written.exceptions(std::ios::badbit);
+    written.open(fileName, std::ios::binary | std::ios::in);
+    if (!written) throw std::ios_base::failure("cannot read back");
+    char field[4];
+    PutInt32(field, static_cast<std::int32_t>(orvane::detail::FxdFileChecksum(written)));
+    stream.seekp(orvane::detail::kFxdChecksumOffset, std::ios::beg);
+    stream.write(field, sizeof field);
 }

@@ -49,6 +49,7 @@ template <typename T>
 ImagePtr<T> LoadImage(const std::string& path, int width, int height) {
     try {
         ImageFxdFileIn file(path);
+        file.VerifyChecksum();
         if (file.GetPixelType() != orvane::detail::FxdPixelType<T>::code || file.GetFrameCount() != 1 ||
             file.GetWidth() != width || file.GetHeight() != height) {
             throw InputError(path, "expected one frame of " + std::to_string(width) + " x " + std::to_string(height) +
