@@ -126,6 +126,8 @@ TEST(DefectReplacement, LinesAndColumnsInterpolateAcrossTheRun) {
     Flag(map, 30, 22, 34, 22);    // exactly minimumRun long
     Flag(map, 30, 0, 38, 0);      // on the top edge
     Flag(map, 0, 20, 0, 27);      // on the left edge
+    Flag(map, 2, H - 1, 8, H - 1);  // on the bottom edge
+    Flag(map, W - 1, 10, W - 1, 14);  // on the right edge
     Flag(map, 30, 25, 33, 25);    // one short of a run: a small group
     const FloatFrame truth = PlaneFrame(W, H);
     const FloatFrame frame = Copy(truth);
@@ -141,8 +143,12 @@ TEST(DefectReplacement, LinesAndColumnsInterpolateAcrossTheRun) {
             ++runs;
             if (y == 0 && x >= 30) {
                 EXPECT_EQ(At(frame, x, y), At(truth, x, 1)) << x << "," << y;
+            } else if (y == H - 1 && x < 25) {
+                EXPECT_EQ(At(frame, x, y), At(truth, x, H - 2)) << x << "," << y;
             } else if (x == 0 && y >= 20) {
                 EXPECT_EQ(At(frame, x, y), At(truth, 1, y)) << x << "," << y;
+            } else if (x == W - 1 && y != 8) {
+                EXPECT_EQ(At(frame, x, y), At(truth, W - 2, y)) << x << "," << y;
             } else {
                 EXPECT_NEAR(At(frame, x, y), Plane(x, y), 1e-4) << x << "," << y;
             }
@@ -152,7 +158,7 @@ TEST(DefectReplacement, LinesAndColumnsInterpolateAcrossTheRun) {
     EXPECT_EQ(At(marks, 25, 8), DefectReplacement::kMarkCluster);
     EXPECT_NEAR(At(frame, 25, 8), Plane(25, 8), 1e-4);  // four diagonal neighbours
     for (int x = 30; x <= 33; ++x) EXPECT_EQ(At(marks, x, 25), DefectReplacement::kMarkIsolated);
-    const int expectedRuns = W + H - 1 - 1 + 20 + 33 + 5 + 9 + 8;
+    const int expectedRuns = W + H - 1 - 1 + 20 + 33 + 5 + 9 + 8 + 7 + 5;
     EXPECT_EQ(runs, expectedRuns);
     EXPECT_EQ(r.replacedInRuns, expectedRuns);
     EXPECT_EQ(r.replacedIsolated, 4);
