@@ -28,7 +28,8 @@
 //               the nearest good pixel at most `reach` steps away, weighted 1/d with
 //               d = k (straight) or k * sqrt(2) (diagonal) for step k; the sum of
 //               w * value over the sum of w, in double, rounded to float.
-//   unreplaced  a cluster pixel with no good pixel in any direction keeps its value.
+//   unreplaced  a cluster pixel with no good pixel within reach in any of the eight
+//               directions keeps its value.
 // The map is scanned once; each flagged pixel costs only local work (a column's
 // vertical run is measured once, at its top).
 class DefectReplacement {
