@@ -108,10 +108,19 @@ ReferenceFileContent<T> ReadReferenceFile(const Reference& store, const std::str
         if (const auto settings = head.get_child_optional("reference.settings")) {
             content.settings = *settings;
         }
+        // Every image of a store file has its properties node: frames without one were
+        // not written by a store. Checked before each frame is read, so that a header
+        // claiming millions of empty frames, which its length does not bound, is
+        // refused at the first frame the property block does not hold.
         for (int i = 0; i < frames; ++i) {
-            ImagePtr<T> image = file.ReadImage<T>(i);
             const auto properties = file.GetProperties(i).get_child_optional("properties");
-            image->GetProperties() = properties ? *properties : ptree();
+            if (!properties) {
+                ReferenceFileError(kind, "load", path,
+                                   "its image " + std::to_string(i) + " of " + std::to_string(frames) +
+                                       " has no properties");
+            }
+            ImagePtr<T> image = file.ReadImage<T>(i);
+            image->GetProperties() = *properties;
             content.images.push_back(image);
         }
         return content;

@@ -62,7 +62,8 @@ void WriteReferenceFile(const Reference& store, const std::string& kind,
 
 // Reads the whole file at store.GetPath() into fresh images. Checks that it is a
 // store file of `kind` with pixels of type T, `count` images (any number when
-// count is -1) of width x height. A missing, foreign, truncated or mismatching file
+// count is -1) of width x height, each with its properties node (frames without one
+// were not written by a store). A missing, foreign, truncated or mismatching file
 // raises ReferenceException "<kind>: cannot load '<path>': <reason>", where the
 // reason of an unreadable file is the ImageFormatException's text.
 template <typename T>

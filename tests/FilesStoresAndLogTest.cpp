@@ -348,6 +348,44 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     EXPECT_EQ(Bytes({0, 0, 0, 0}), Pixels(mapLoaded.GetDM()));
 }
 
+// A header may claim any number of empty (0 x 0) frames: the file's length does not
+// bound them. A store whose image count is the file's (clusters) must not make an
+// image per claimed frame: frames without their properties node are refused.
+TEST(ReferenceFile, ClustersRefuseAHeaderClaimingEmptyFramesThatItsPropertiesDoNotHold) {
+    ScratchDirectory directory;
+    {
+        ImageFxdFileOut out("clusters.fxd");
+        ptree head;
+        head.put("reference.kind", "ReferenceClusters");
+        head.put("reference.valid", true);
+        head.put_child("reference.settings", ptree());
+        out.SetProperties(head, 0);
+        out.Open(0, 0, orvane::detail::FxdPixelType<unsigned short>::code, true);
+        const unsigned short none = 0;
+        out.WriteFrame(&none, 99999);  // 0 bytes; the header now claims 100000 frames
+        out.Close();
+    }
+    ASSERT_EQ(100000, ImageFxdFileIn("clusters.fxd").GetFrameCount());
+
+    ReferenceClusters clusters("clusters.fxd");
+    clusters.AddCluster(MakeImage<unsigned short>(2, 1, {7, 8}));
+    const std::string failure = ThrownText<ReferenceException>([&] { clusters.Load(); });
+    EXPECT_NE(std::string::npos, failure.find("ReferenceClusters: cannot load 'clusters.fxd': its image 0 of 100000 "
+                                              "has no properties"))
+        << failure;
+    ASSERT_EQ(1u, clusters.GetClusters().size());
+    EXPECT_EQ(std::vector<unsigned short>({7, 8}), Pixels(clusters.GetClusters()[0]));
+    EXPECT_FALSE(clusters.IsValid());
+
+    // What a store writes still loads: each image has its properties node.
+    clusters.SetValid(true);
+    clusters.Save();
+    ReferenceClusters loaded("clusters.fxd");
+    loaded.Load();
+    ASSERT_EQ(1u, loaded.GetClusters().size());
+    EXPECT_TRUE(loaded.IsValid());
+}
+
 TEST(ReferenceGainPoly, RoundTripStaysWithinHalfAStepAndEachCoefficientKeepsItsScale) {
     ReferenceGainPoly store(200, 1);
     EXPECT_EQ(3, store.GetGainPolyCoeff());
