@@ -4,8 +4,9 @@
 
 CMAKE_ARGS ?=
 JOBS ?= 2
+FUZZ_SECONDS ?= 60
 
-.PHONY: deps demo test test-clang test-asan bench clean
+.PHONY: deps demo test test-clang test-asan bench fuzz clean
 
 deps:
 	@scripts/install-deps.sh
@@ -35,5 +36,12 @@ bench: deps
 	cmake --build --preset default -j $(JOBS)
 	for program in build/bench/orvane-bench-*; do $$program || exit 1; done
 
+# The libFuzzer targets of fuzz/ (clang, ASan + UBSan), each run FUZZ_SECONDS on a
+# fresh copy of its seeds; fails on any finding.
+fuzz: deps
+	cmake --preset fuzz $(CMAKE_ARGS)
+	cmake --build --preset fuzz -j $(JOBS)
+	scripts/run-fuzzers.sh build-fuzz $(FUZZ_SECONDS)
+
 clean:
-	rm -rf build build-clang build-asan orvane-demo
+	rm -rf build build-clang build-asan build-fuzz orvane-demo
