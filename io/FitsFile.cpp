@@ -7,6 +7,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <sstream>
@@ -96,8 +97,33 @@ std::string BitpixName(int bitpix) {
 
 // Reads keyword `key` of the current header into `value` as `type`; false when the
 // header has no such keyword, ImageFileError when its value is not of that type.
+// Whether a card's value, when it is a string, has its closing quote (a doubled quote
+// stands for one quote). cfitsio overruns a buffer converting an unclosed one.
+bool StringValueClosed(const char* card) {
+    const char* value = std::strchr(card, '=');
+    if (value == nullptr) return true;
+    ++value;
+    while (*value == ' ') ++value;
+    if (*value != '\'') return true;
+    for (const char* c = value + 1; *c != '\0'; ++c) {
+        if (*c != '\'') continue;
+        if (c[1] != '\'') return true;
+        ++c;
+    }
+    return false;
+}
+
 bool ReadKey(fitsfile* file, const std::string& name, int type, const std::string& key, void* value) {
     int status = 0;
+    char card[FLEN_CARD] = {};
+    fits_read_card(file, key.c_str(), card, &status);
+    if (status == KEY_NO_EXIST) {
+        fits_clear_errmsg();
+        return false;
+    }
+    if (status == 0 && !StringValueClosed(card)) {
+        throw ImageFileError(name, "has a keyword " + key + " whose string value is not closed");
+    }
     fits_read_key(file, type, key.c_str(), value, nullptr, &status);
     if (status == KEY_NO_EXIST) {
         fits_clear_errmsg();

@@ -169,14 +169,37 @@ bool TileInProportion(const PageLayout& page) {
     return tile >= 1 && tile <= std::max<std::uint64_t>(4 * frame, 1u << 20);
 }
 
-// The page's ImageDescription when it is a JSON object; empty otherwise.
+// The parser recurses per level: deeper descriptions are not ours and are ignored.
+constexpr int kMaxJsonDepth = 64;
+
+// The deepest nesting of objects and arrays in JSON text, strings skipped.
+int JsonDepth(const char* text) {
+    int depth = 0, deepest = 0;
+    bool inString = false;
+    for (const char* c = text; *c != '\0'; ++c) {
+        if (inString) {
+            if (*c == '\\' && c[1] != '\0') ++c;
+            else if (*c == '"') inString = false;
+        } else if (*c == '"') {
+            inString = true;
+        } else if (*c == '{' || *c == '[') {
+            deepest = std::max(deepest, ++depth);
+        } else if (*c == '}' || *c == ']') {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// The page's ImageDescription when it is a JSON object nested at most kMaxJsonDepth
+// deep; empty otherwise.
 boost::property_tree::ptree PropertiesOf(TIFF* tif) {
     boost::property_tree::ptree properties;
     const char* description = nullptr;
     if (TIFFGetField(tif, TIFFTAG_IMAGEDESCRIPTION, &description) != 1 || description == nullptr) return properties;
     const char* first = description;
     while (*first == ' ' || *first == '\t' || *first == '\r' || *first == '\n') ++first;
-    if (*first != '{') return properties;
+    if (*first != '{' || JsonDepth(first) > kMaxJsonDepth) return properties;
     std::istringstream text(description);
     try {
         boost::property_tree::read_json(text, properties);

@@ -182,6 +182,23 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
         EXPECT_EQ(0u, text.find("ImageFxdFileIn: 'bad.fxd' " + d.reason)) << text;
     }
 
+    // Property trees nest at most 256 levels: copying and destroying one recurses per level.
+    for (const int levels : {256, 257}) {
+        std::string path = "k";
+        for (int i = 1; i < levels; ++i) path += ".k";
+        ptree deep;
+        deep.put(path, "v");
+        ImageFxdFileOut nested("deep.fxd");
+        nested.SetProperties(deep, 0);
+        nested.Open(1, 1, 2, true);
+        nested.Close();
+        if (levels == 256)
+            EXPECT_EQ("v", ImageFxdFileIn("deep.fxd").GetProperties(0).get<std::string>(path));
+        else
+            EXPECT_EQ("ImageFxdFileIn: 'deep.fxd' has an unreadable property block: nodes nest deeper than 256",
+                      OpenFailure("deep.fxd"));
+    }
+
     ImageFxdFileIn file("good.fxd");
     std::vector<float> floats(6);
     EXPECT_EQ("ImageFxdFileIn: 'good.fxd' holds pixel type code 1, not 0",

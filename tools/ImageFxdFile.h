@@ -35,7 +35,8 @@
 //   frame 0 0:
 //   1 5:image 0:
 //   2 4:time 3:100
-// Nodes follow depth-first in the tree's own order (duplicate keys kept). A frame may
+// Nodes follow depth-first in the tree's own order (duplicate keys kept), at most 256
+// levels below a frame's root. A frame may
 // have properties without pixels (an index at or beyond the frame count).
 
 #include "tools/LogAndThrow.h"

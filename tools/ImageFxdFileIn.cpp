@@ -30,6 +30,8 @@ class PropertyBlockReader {
 public:
     explicit PropertyBlockReader(const std::string& text) : text(text) {}
 
+    static constexpr size_t kMaxDepth = 256;
+
     std::map<int, ptree> Read() {
         std::map<int, ptree> frames;
         std::vector<ptree*> path;  // path[d] is the node at depth d of the current frame
@@ -54,6 +56,9 @@ public:
             const size_t depth = ReadNumber(' ', path.size());
             if (depth == 0) {
                 throw BlockError("node of depth 0 at byte " + std::to_string(lineStart));
+            }
+            if (depth > kMaxDepth) {  // the tree's copy and destruction recurse per level
+                throw BlockError("nodes nest deeper than " + std::to_string(kMaxDepth));
             }
             std::string key = ReadString();
             Expect(' ');

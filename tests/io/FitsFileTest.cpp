@@ -109,4 +109,15 @@ TEST(FitsFile, RefusesWhatItDoesNotReadInOneLine) {
         EXPECT_EQ(std::string::npos, text.find('\n')) << text;
     }
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
+
+    // A frame's time given as a string without its closing quote: one line, where
+    // cfitsio itself would overrun a buffer converting it.
+    WriteSeries<unsigned short>("quote.fits", 5, 3, 1);
+    std::string bytes = ReadFile("quote.fits");
+    const size_t card = bytes.find("TIME0001= ");
+    ASSERT_NE(std::string::npos, card);
+    bytes.replace(card + 10, 70, "'   7" + std::string(65, ' '));
+    std::ofstream("quote.fits", std::ios::binary | std::ios::trunc) << bytes;
+    EXPECT_EQ("quote.fits: has a keyword TIME0001 whose string value is not closed",
+              Failure([] { OpenFitsSeries("quote.fits")->ReadImage<unsigned short>(0); }));
 }

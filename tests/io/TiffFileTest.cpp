@@ -84,6 +84,15 @@ TEST(TiffFile, TifffileReadsWhatWeWrite) {
     EXPECT_EQ("mixed.tif: a frame of 5 x 3 32-bit float cannot join frames of 5 x 3 16-bit unsigned",
               Failure([&] { writer->WriteImage(*TestFrame<float>(5, 3, 0)); }));
     EXPECT_EQ("empty.tif: cannot be written without frames", Failure([] { CreateTiffWriter("empty.tif", {})->Close(); }));
+
+    // A description nested deeper than the properties go is not ours: the frame reads
+    // without properties (the JSON parser would recurse once per level).
+    for (const int depth : {64, 65, 300000}) {
+        const std::string options = " describe nest=" + std::to_string(depth);
+        ASSERT_EQ(0, RunPython("tiff_interop.py", "write deep.tif 5 3 1 '<u2'" + options));
+        const auto frame = OpenTiffSeries("deep.tif")->ReadImage<unsigned short>(0);
+        EXPECT_EQ(depth <= 64 ? "7" : "", frame->GetProperties().get("image.time", std::string())) << depth;
+    }
 }
 
 TEST(TiffFile, RefusesBadFilesOnOneLineAndLibtiffStaysSilent) {

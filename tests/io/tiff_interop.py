@@ -3,7 +3,8 @@
 tiff_interop.py write PATH WIDTH HEIGHT FRAMES DTYPE [OPTION...]
     one page per test frame; DTYPE a numpy type string whose byte order is the file's
     (<u2, >u2, u1, <f4); OPTIONs: bigtiff, tile=N (N x N tiles), rowsperstrip=N,
-    compression=NAME, describe (each page's ImageDescription the frame's properties as JSON).
+    compression=NAME, describe (each page's ImageDescription the frame's properties as JSON),
+    nest=N (with describe: the JSON also holds an array nested so that the text is N deep).
 tiff_interop.py check PATH WIDTH HEIGHT FRAMES DTYPE [bigtiff]
     the file holds the test frames as our writer lays them out: one uncompressed
     page of strips per frame, host byte order, minisblack, with its properties.
@@ -29,6 +30,14 @@ def frames(width, height, count, dtype):
     return [test_frame(width, height, f, dtype.newbyteorder('=')) for f in range(count)]
 
 
+def description(f, nest):
+    text = json.dumps(properties(f))
+    if nest < 2:
+        return text
+    # Built as text: json.dumps itself recurses once per level.
+    return text[:-1] + ', "deep": ' + '[' * (nest - 1) + '1' + ']' * (nest - 1) + '}'
+
+
 def write(path, width, height, count, dtype, *options):
     dtype = np.dtype(dtype)
     settings = dict(option.split('=') if '=' in option else (option, True) for option in options)
@@ -39,7 +48,7 @@ def write(path, width, height, count, dtype, *options):
             rows = int(settings['rowsperstrip']) if 'rowsperstrip' in settings else None
             tif.write(frame, photometric='minisblack', metadata=None, contiguous=False, rowsperstrip=rows,
                       tile=(tile, tile) if tile else None, compression=settings.get('compression'),
-                      description=json.dumps(properties(f)) if 'describe' in settings else None)
+                      description=description(f, int(settings.get('nest', 0))) if 'describe' in settings else None)
     return 0
 
 
