@@ -100,9 +100,7 @@ std::string BitpixName(int bitpix) {
 // Whether a card's value, when it is a string, has its closing quote (a doubled quote
 // stands for one quote). cfitsio overruns a buffer converting an unclosed one.
 bool StringValueClosed(const char* card) {
-    const char* value = std::strchr(card, '=');
-    if (value == nullptr) return true;
-    ++value;
+    const char* value = card + 10;
     while (*value == ' ') ++value;
     if (*value != '\'') return true;
     for (const char* c = value + 1; *c != '\0'; ++c) {
@@ -113,17 +111,27 @@ bool StringValueClosed(const char* card) {
     return false;
 }
 
+// Refuses a header with a string value that is not closed, before any keyword is
+// read as a number (a keyword may stand twice, and cfitsio may find either).
+void CheckStringValues(fitsfile* file, const std::string& name) {
+    int status = 0, cards = 0;
+    fits_get_hdrspace(file, &cards, nullptr, &status);
+    for (int i = 1; i <= cards && status == 0; ++i) {
+        char card[FLEN_CARD] = {};
+        fits_read_record(file, i, card, &status);
+        if (status == 0 && std::strncmp(card + 8, "= ", 2) == 0 && !StringValueClosed(card)) {
+            char keyword[9] = {};
+            std::memcpy(keyword, card, 8);
+            std::string key = keyword;
+            key.erase(key.find_last_not_of(' ') + 1);
+            throw ImageFileError(name, "has a keyword " + key + " whose string value is not closed");
+        }
+    }
+    if (status != 0) throw ImageFileError(name, "cannot be read as FITS: " + StatusText(status));
+}
+
 bool ReadKey(fitsfile* file, const std::string& name, int type, const std::string& key, void* value) {
     int status = 0;
-    char card[FLEN_CARD] = {};
-    fits_read_card(file, key.c_str(), card, &status);
-    if (status == KEY_NO_EXIST) {
-        fits_clear_errmsg();
-        return false;
-    }
-    if (status == 0 && !StringValueClosed(card)) {
-        throw ImageFileError(name, "has a keyword " + key + " whose string value is not closed");
-    }
     fits_read_key(file, type, key.c_str(), value, nullptr, &status);
     if (status == KEY_NO_EXIST) {
         fits_clear_errmsg();
@@ -286,6 +294,7 @@ std::unique_ptr<SeriesSource> OpenFitsSeries(const std::string& path) {
     fits_open_diskfile(&opened, path.c_str(), READONLY, &status);
     if (status != 0) throw ImageFileError(path, "cannot be read as FITS: " + StatusText(status));
     FitsHandle file(opened);
+    CheckStringValues(file.get(), path);
 
     int bitpix = 0, naxis = 0;
     LONGLONG axes[3] = {0, 0, 1};
