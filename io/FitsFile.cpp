@@ -4,14 +4,17 @@
 #include <fitsio.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <sstream>
 #include <system_error>
+#include <type_traits>
 
 namespace orvane {
 namespace io {
@@ -97,47 +100,36 @@ std::string BitpixName(int bitpix) {
 
 // Reads keyword `key` of the current header into `value` as `type`; false when the
 // header has no such keyword, ImageFileError when its value is not of that type.
-// Whether a card's value, when it is a string, has its closing quote (a doubled quote
-// stands for one quote). cfitsio overruns a buffer converting an unclosed one.
-bool StringValueClosed(const char* card) {
-    const char* value = card + 10;
-    while (*value == ' ') ++value;
-    if (*value != '\'') return true;
-    for (const char* c = value + 1; *c != '\0'; ++c) {
-        if (*c != '\'') continue;
-        if (c[1] != '\'') return true;
-        ++c;
-    }
-    return false;
-}
-
-// Refuses a header with a string value that is not closed, before any keyword is
-// read as a number (a keyword may stand twice, and cfitsio may find either).
-void CheckStringValues(fitsfile* file, const std::string& name) {
-    int status = 0, cards = 0;
-    fits_get_hdrspace(file, &cards, nullptr, &status);
-    for (int i = 1; i <= cards && status == 0; ++i) {
-        char card[FLEN_CARD] = {};
-        fits_read_record(file, i, card, &status);
-        if (status == 0 && std::strncmp(card + 8, "= ", 2) == 0 && !StringValueClosed(card)) {
-            char keyword[9] = {};
-            std::memcpy(keyword, card, 8);
-            std::string key = keyword;
-            key.erase(key.find_last_not_of(' ') + 1);
-            throw ImageFileError(name, "has a keyword " + key + " whose string value is not closed");
-        }
-    }
-    if (status != 0) throw ImageFileError(name, "cannot be read as FITS: " + StatusText(status));
-}
-
-bool ReadKey(fitsfile* file, const std::string& name, int type, const std::string& key, void* value) {
+// A number keyword of ours (or BZERO, BSCALE): its value text is read by cfitsio and
+// converted here, since cfitsio's own conversion overruns a buffer on some values
+// that are not numbers. Integers take strtoll, reals strtod (FITS writes the exponent
+// of a double as D); the whole value must be the number. False when the keyword is
+// absent.
+template <typename T>
+bool ReadKey(fitsfile* file, const std::string& name, const std::string& key, T& value) {
     int status = 0;
-    fits_read_key(file, type, key.c_str(), value, nullptr, &status);
+    char text[FLEN_VALUE] = {};
+    fits_read_keyword(file, key.c_str(), text, nullptr, &status);
     if (status == KEY_NO_EXIST) {
         fits_clear_errmsg();
         return false;
     }
     if (status != 0) throw ImageFileError(name, "has a keyword " + key + " that cannot be read: " + StatusText(status));
+    std::string number = text;
+    std::replace(number.begin(), number.end(), 'D', 'E');
+    const char* start = number.c_str();
+    while (*start == ' ') ++start;
+    char* end = nullptr;
+    errno = 0;
+    if constexpr (std::is_integral_v<T>) {
+        value = std::strtoll(start, &end, 10);
+    } else {
+        value = std::strtod(start, &end);
+    }
+    while (end != nullptr && *end == ' ') ++end;
+    if (end == start || end == nullptr || *end != '\0' || errno == ERANGE) {
+        throw ImageFileError(name, "has a keyword " + key + " that is not a number: " + text);
+    }
     return true;
 }
 
@@ -158,9 +150,9 @@ public:
         properties.clear();
         if (index >= kKeyedFrames) return;
         long long time = 0;
-        if (ReadKey(file.get(), Name(), TLONGLONG, FrameKey("TIME", index), &time)) properties.put("image.time", time);
+        if (ReadKey(file.get(), Name(), FrameKey("TIME", index), time)) properties.put("image.time", time);
         double temperature = 0;
-        if (ReadKey(file.get(), Name(), TDOUBLE, FrameKey("TEMP", index), &temperature)) {
+        if (ReadKey(file.get(), Name(), FrameKey("TEMP", index), temperature)) {
             properties.put("image.temperature", temperature);
         }
     }
@@ -294,7 +286,6 @@ std::unique_ptr<SeriesSource> OpenFitsSeries(const std::string& path) {
     fits_open_diskfile(&opened, path.c_str(), READONLY, &status);
     if (status != 0) throw ImageFileError(path, "cannot be read as FITS: " + StatusText(status));
     FitsHandle file(opened);
-    CheckStringValues(file.get(), path);
 
     int bitpix = 0, naxis = 0;
     LONGLONG axes[3] = {0, 0, 1};
@@ -312,8 +303,8 @@ std::unique_ptr<SeriesSource> OpenFitsSeries(const std::string& path) {
     }
 
     double bzero = 0, bscale = 1;
-    ReadKey(file.get(), path, TDOUBLE, "BZERO", &bzero);
-    ReadKey(file.get(), path, TDOUBLE, "BSCALE", &bscale);
+    ReadKey(file.get(), path, "BZERO", bzero);
+    ReadKey(file.get(), path, "BSCALE", bscale);
     const std::optional<PixelKind> kind = KindOf(bitpix, bzero, bscale);
     if (!kind) {
         throw ImageFileError(path, "holds " + std::string(bzero == 0 && bscale == 1 ? "" : "scaled ") +

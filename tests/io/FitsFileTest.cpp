@@ -110,14 +110,19 @@ TEST(FitsFile, RefusesWhatItDoesNotReadInOneLine) {
     }
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
 
-    // A frame's time given as a string without its closing quote: refused at open in
-    // one line, where cfitsio itself would overrun a buffer converting it.
-    WriteSeries<unsigned short>("quote.fits", 5, 3, 1);
-    std::string bytes = ReadFile("quote.fits");
+    // A frame's time as a string without its closing quote, or as a long run of
+    // characters that are no number: one line, where cfitsio's own conversion would
+    // overrun a buffer.
+    WriteSeries<unsigned short>("keys.fits", 5, 3, 1);
+    const std::string bytes = ReadFile("keys.fits");
     const size_t card = bytes.find("TIME0001= ");
     ASSERT_NE(std::string::npos, card);
-    bytes.replace(card + 10, 70, "'   7" + std::string(65, ' '));
-    std::ofstream("quote.fits", std::ios::binary | std::ios::trunc) << bytes;
-    EXPECT_EQ("quote.fits: has a keyword TIME0001 whose string value is not closed",
-              Failure([] { OpenFitsSeries("quote.fits"); }));
+    for (const std::string& value : {"'   7" + std::string(65, ' '), std::string(59, '\f') + " S   67 / t"}) {
+        std::string changed = bytes;
+        changed.replace(card + 10, 70, value + std::string(70 - value.size(), ' '));
+        std::ofstream("bad-key.fits", std::ios::binary | std::ios::trunc) << changed;
+        const std::string text = Failure([] { OpenFitsSeries("bad-key.fits")->ReadImage<unsigned short>(0); });
+        EXPECT_EQ(0u, text.find("bad-key.fits: has a keyword TIME0001 that ")) << text;
+        EXPECT_EQ(std::string::npos, text.find('\n')) << text;
+    }
 }
