@@ -279,30 +279,19 @@ TEST(DefectReplacement, RefusesNullImagesMismatchedSizesAndBadOptions) {
     auto good = MakeFilled<unsigned char>(8, 6, 1);
     auto wrong = MakeFilled<unsigned char>(6, 8, 1);
     const DefectReplacement replacement;
-    auto message = [&](const FloatFrame& f, const Map& m, const Map& marks) -> std::string {
-        try {
-            replacement.Replace(f, m, marks);
-        } catch (const ReferenceException& e) {
-            return e.what();
-        }
-        return "no exception";
-    };
-    const std::string mapSize = message(frame, wrong, nullptr);
-    EXPECT_NE(mapSize.find("6 x 8"), std::string::npos) << mapSize;
-    EXPECT_NE(mapSize.find("8 x 6"), std::string::npos) << mapSize;
-    EXPECT_EQ(mapSize.find('\n'), std::string::npos);
-    const std::string marksSize = message(frame, good, wrong);
-    EXPECT_NE(marksSize.find("marks"), std::string::npos) << marksSize;
-    EXPECT_NE(marksSize.find("6 x 8"), std::string::npos) << marksSize;
-    EXPECT_NE(message(nullptr, good, nullptr).find("needs a frame"), std::string::npos);
-    EXPECT_NE(message(frame, nullptr, nullptr).find("needs a defect map"), std::string::npos);
-    EXPECT_NE(message(frame, good, good).find("cannot be the defect map"), std::string::npos);
+    const struct { FloatFrame frame; Map map, marks; std::string mentions; } refusals[] = {
+        {frame, wrong, nullptr, "defect map of 6 x 8 on a frame of 8 x 6"}, {frame, good, wrong, "marks"},
+        {nullptr, good, nullptr, "needs a frame"}, {frame, nullptr, nullptr, "needs a defect map"},
+        {frame, good, good, "cannot be the defect map"}};
+    for (const auto& r : refusals) {
+        const std::string text = ThrownText<ReferenceException>([&] { replacement.Replace(r.frame, r.map, r.marks); });
+        EXPECT_NE(text.find(r.mentions), std::string::npos) << text;
+        EXPECT_EQ(text.find('\n'), std::string::npos) << text;
+    }
     EXPECT_EQ(Pixels(frame), before);
     EXPECT_EQ(Pixels(good), std::vector<unsigned char>(48, 1));
-
     ReferenceDM store(6, 8);
     EXPECT_THROW(replacement.Replace(frame, store), ReferenceException);
-
     for (DefectReplacement::Options o : {DefectReplacement::Options{3, 3, 16}, DefectReplacement::Options{5, 0, 16},
                                          DefectReplacement::Options{5, 3, 0}}) {
         EXPECT_THROW(DefectReplacement{o}, ReferenceException);
