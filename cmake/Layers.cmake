@@ -17,6 +17,7 @@ set(ORVANE_LAYER_fuzz image interfaces tools io correction parameters calibratio
 set(ORVANE_PRIVATE_HEADERS
     calibration/DefectMapSteps.h
     calibration/CalibrationLifecycle.h
+    correction/CorrectionKernels.h
     correction/ReferenceFile.h
     parameters/MeasureGrid.h
     parameters/ModeKeys.h)

@@ -1,5 +1,6 @@
 #include "interfaces/CorrectionGainLinear.h"
 
+#include "correction/CorrectionKernels.h"
 #include "interfaces/ReferenceException.h"
 
 #include <string>
@@ -25,16 +26,6 @@ void CorrectionGainLinear::Correct(ImagePtr<float>& image) {
                                  std::to_string(stored->GetWidth()) + " x " +
                                  std::to_string(stored->GetHeight()));
     }
-    float* pixels = image->GetData();
-    const unsigned short* codes = stored->GetData();
-    const int count = image->GetPixelCount();
-    if (gain->GetGainInversion()) {
-        for (int i = 0; i < count; ++i) {
-            pixels[i] = codes[i] == 0 ? 0.0f : pixels[i] * ReferenceGainLinear::DeCompress(codes[i]);
-        }
-    } else {
-        for (int i = 0; i < count; ++i) {
-            pixels[i] = codes[i] == 0 ? 0.0f : pixels[i] / ReferenceGainLinear::DeCompress(codes[i]);
-        }
-    }
+    orvane::detail::ApplyGainLinear(image->GetData(), stored->GetData(), gain->GetGainInversion(),
+                                    image->GetPixelCount());
 }
