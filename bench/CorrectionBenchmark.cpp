@@ -148,7 +148,8 @@ void RunChain(benchmark::State& state, bool polynomial) {
     chain.SetDefects(PanelMap());
     auto out = boost::make_shared<ImageAcquisition<unsigned short>>(kSide, kSide);
     const size_t pixels = static_cast<size_t>(kSide) * kSide;
-    const size_t gainBytes = polynomial ? 3 * sizeof(unsigned short) : sizeof(unsigned short);
+    // The polynomial chain reads three float coefficients per pixel, the linear one a code.
+    const size_t gainBytes = polynomial ? 3 * sizeof(float) : sizeof(unsigned short);
     const double movedSeconds = MemcpySeconds(pixels * (3 * sizeof(unsigned short) + gainBytes));
     const double linearSeconds = MemcpySeconds(pixels * 4 * sizeof(unsigned short));
     CorrectionChain::Result result;

@@ -7,6 +7,7 @@
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 // Pixels per band of the offset and gain steps: a band's float pixels stay in L1.
@@ -44,7 +45,7 @@ void CorrectionChain::SetGainPoly(boost::shared_ptr<ReferenceGainPoly> gain) {
         gainPoly.reset();
         return;
     }
-    auto correction = std::make_unique<GainPolyCorrection>(std::move(gain));
+    auto correction = std::make_unique<GainPolyCorrection>(gain);
     RequireOwnSize("a polynomial gain", correction->GetWidth(), correction->GetHeight());
     gainPoly = std::move(correction);
     gainLinear.reset();
@@ -64,6 +65,27 @@ CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>&
     if (!raw || !out) {
         throw ReferenceException("CorrectionChain: Correct needs a frame and an output image");
     }
+    return Run(raw, out, nullptr, marks, nullptr);
+}
+
+CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>& raw,
+                                                 const ImagePtr<unsigned short>& out,
+                                                 const ImagePtr<unsigned char>& marks) {
+    if (!raw || !out) {
+        throw ReferenceException("CorrectionChain: Correct needs a frame and an output image");
+    }
+    RequireOwnSize("an output", out->GetWidth(), out->GetHeight());
+    if (!work) {
+        work = boost::make_shared<ImageAcquisition<float>>(width, height);
+    }
+    const Result result = Run(raw, work, out->GetData(), marks, &flagged);
+    out->GetProperties() = raw->GetProperties();
+    return result;
+}
+
+CorrectionChain::Result CorrectionChain::Run(const ImagePtr<unsigned short>& raw, const ImagePtr<float>& out,
+                                             unsigned short* out16, const ImagePtr<unsigned char>& marks,
+                                             std::vector<int>* flaggedPixels) const {
     RequireOwnSize("the chain's references", raw->GetWidth(), raw->GetHeight());
     RequireOwnSize("an output", out->GetWidth(), out->GetHeight());
     if (marks) {
@@ -75,10 +97,7 @@ CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>&
     float* pixels = out->GetData();
     const unsigned short* linearCodes = gainLinear ? gainLinear->GetGainLinear()->GetData() : nullptr;
     const bool inverted = gainLinear && gainLinear->GetGainInversion();
-    GainPolyCorrection::Tables polyTables;
-    if (gainPoly) {
-        polyTables = gainPoly->ReadTables();
-    }
+    Result result;
     for (int first = 0; first < count; first += kBand) {
         const int n = std::min(kBand, count - first);
         if (offset) {
@@ -89,31 +108,53 @@ CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>&
         if (linearCodes) {
             orvane::detail::ApplyGainLinear(pixels + first, linearCodes + first, inverted, n);
         } else if (gainPoly) {
-            GainPolyCorrection::CorrectSpan(polyTables, pixels + first, first, n);
+            gainPoly->CorrectSpan(pixels + first, first, n);
+        }
+        // The 16-bit output of a band while it is in cache; only flagged pixels change
+        // afterwards, and they are converted again below.
+        if (out16) {
+            result.clamped += orvane::detail::ConvertToUInt16(pixels + first, out16 + first, n);
         }
     }
     out->GetProperties() = raw->GetProperties();
 
-    Result result;
-    if (defectMap) {
-        result.defects = replacement.Replace(out, defectMap, marks);
-    } else if (marks) {
-        marks->Fill(DefectReplacement::kMarkGood);
+    if (!defectMap) {
+        if (marks) {
+            marks->Fill(DefectReplacement::kMarkGood);
+        }
+        return result;
+    }
+    if (out16) {
+        CollectFlagged(*defectMap, *flaggedPixels);
+        for (const int i : *flaggedPixels) {
+            result.clamped -= orvane::detail::ConvertToUInt16(pixels + i, out16 + i, 1);
+        }
+    }
+    result.defects = replacement.Replace(out, defectMap, marks);
+    if (out16) {
+        for (const int i : *flaggedPixels) {
+            result.clamped += orvane::detail::ConvertToUInt16(pixels + i, out16 + i, 1);
+        }
     }
     return result;
 }
 
-CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>& raw,
-                                                 const ImagePtr<unsigned short>& out,
-                                                 const ImagePtr<unsigned char>& marks) {
-    if (!out) {
-        throw ReferenceException("CorrectionChain: Correct needs a frame and an output image");
+void CorrectionChain::CollectFlagged(const ImageAcquisition<unsigned char>& map, std::vector<int>& flaggedPixels) {
+    flaggedPixels.clear();
+    const unsigned char* m = map.GetData();
+    const int count = map.GetPixelCount();
+    int i = 0;
+    // Eight map bytes at a time: most of a map is 0.
+    for (; i + 8 <= count; i += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, m + i, sizeof word);
+        if (word != 0) {
+            for (int j = i; j < i + 8; ++j) {
+                if (m[j] != 0) flaggedPixels.push_back(j);
+            }
+        }
     }
-    RequireOwnSize("an output", out->GetWidth(), out->GetHeight());
-    if (!work) {
-        work = boost::make_shared<ImageAcquisition<float>>(width, height);
+    for (; i < count; ++i) {
+        if (m[i] != 0) flaggedPixels.push_back(i);
     }
-    Result result = Correct(raw, work, marks);
-    result.clamped = OutputConversion::ToUInt16(work, out);
-    return result;
 }

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 // Turns raw 16-bit frames into corrected frames, in this order:
 //   1. offset  out = raw - offset (OffsetCorrection), or out = raw without one;
@@ -18,11 +19,13 @@
 //              (GainPolyCorrection), or none;
 //   3. defects the flagged pixels of a defect map are replaced (DefectReplacement);
 //   4. output  float, or 16 bits rounded and clamped (OutputConversion).
-// Steps 1 and 2 run band by band while a band is in cache, then 3 and 4 over the
-// frame; every step keeps its own arithmetic, so the result is that of the
-// operations applied one after another, bit for bit. The frame's properties go
+// Steps 1, 2 and the 16-bit output run band by band while a band is in cache, then
+// step 3 and the output of the pixels it replaced; every step keeps its own
+// arithmetic, so the result is that of the operations applied one after another,
+// bit for bit. The frame's properties go
 // onto the output.
-// References are read at each Correct. Every reference must have the chain's size.
+// The offset, the linear gain and the defect map are read at each Correct; the
+// polynomial gain when it is set. Every reference must have the chain's size.
 class CorrectionChain {
 public:
     struct Result {
@@ -54,6 +57,11 @@ public:
 
 private:
     void RequireOwnSize(const char* what, int referenceWidth, int referenceHeight) const;
+    // Steps 1 to 3 into `out`, and the 16-bit output into `out16` when given, which
+    // then needs `flaggedPixels` as scratch.
+    Result Run(const ImagePtr<unsigned short>& raw, const ImagePtr<float>& out, unsigned short* out16,
+               const ImagePtr<unsigned char>& marks, std::vector<int>* flaggedPixels) const;
+    static void CollectFlagged(const ImageAcquisition<unsigned char>& map, std::vector<int>& flaggedPixels);
 
     int width;
     int height;
@@ -62,7 +70,8 @@ private:
     std::unique_ptr<GainPolyCorrection> gainPoly;
     ImagePtr<unsigned char> defectMap;
     DefectReplacement replacement;
-    ImagePtr<float> work;  // the float frame of the 16-bit output
+    ImagePtr<float> work;              // the float frame of the 16-bit output
+    std::vector<int> flagged;          // the pixels the defect map flags, per 16-bit Correct
 };
 
 #endif
