@@ -87,10 +87,7 @@ std::vector<float> PlainMorphology(const std::vector<float>& pixels, int w, int 
 ImagePtr<float> RandomLevels(int width, int height, int from, int to, unsigned seed) {
     std::mt19937 random(seed);
     std::uniform_int_distribution<int> level(from, to);
-    auto image = MakeFilled<float>(width, height, 0.0f);
-    for (float* p = image->GetData(); p != image->GetData() + image->GetPixelCount(); ++p)
-        *p = static_cast<float>(std::max(0, level(random)));
-    return image;
+    return MakeImageOf<float>(width, height, [&](int, int) { return std::max(0, level(random)); });
 }
 
 // The level of each pixel of the area, row after row, from its sorted window w: the walk ends at the
