@@ -77,19 +77,18 @@ protected:
         fs::create_directories("out");
         series.width = kWidth;
         series.height = kHeight;
-        for (int i = 0; i < 4; ++i) {
-            series.darks.push_back({(scratch.Path() / ("dark-" + std::to_string(i) + ".fxd")).string(), "", 0, 0, true});
-            WriteShadedFrame(series.darks.back().file, 0.0, i);
-        }
+        for (int i = 0; i < 4; ++i) series.darks.push_back(Shaded("dark-" + std::to_string(i), 0.0, i));
         for (int dose = 1; dose <= 3; ++dose) {
             series.doses.emplace_back();
-            for (int i = 0; i < 3; ++i) {
-                series.doses.back().push_back(
-                    {(scratch.Path() / ("flat-" + std::to_string(dose) + "-" + std::to_string(i) + ".fxd")).string(), "", 0, 0,
-                     true});
-                WriteShadedFrame(series.doses.back().back().file, 4000.0 * dose, 10 * dose + i);
-            }
+            for (int i = 0; i < 3; ++i)
+                series.doses.back().push_back(Shaded("flat-" + std::to_string(dose) + "-" + std::to_string(i), 4000.0 * dose, 10 * dose + i));
         }
+    }
+    // The frame file `name`.fxd of the scratch folder, written by WriteShadedFrame.
+    FrameRef Shaded(const std::string& name, double level, int index) {
+        const std::string path = (scratch.Path() / (name + ".fxd")).string();
+        WriteShadedFrame(path, level, index);
+        return {path, "", 0, 0, true};
     }
 
     CalibrationOutputs Run(const std::vector<std::string>& only = {}) {
