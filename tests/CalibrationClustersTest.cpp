@@ -12,14 +12,7 @@
 #include <numeric>
 #include <utility>
 
-using orvane::test::FailureText;
-using orvane::test::LogCapture;
-using orvane::test::MakeFilled;
-using orvane::test::MakeImage;
-using orvane::test::MakeImageOf;
-using orvane::test::Pixels;
-using orvane::test::Succeeded;
-using orvane::test::WindowSamples;
+using namespace orvane::test;
 
 namespace {
 
@@ -172,7 +165,7 @@ TEST(CalibrationClustersParametersSet, HoldsBirchAndNoDefaultRow) {
 }
 
 TEST(ReferenceClusters, AddClusterKeepsItsOwnCopyOfOneSizeAndSavedClustersLoadBack) {
-    orvane::test::ScratchDirectory scratch;
+    ScratchDirectory scratch;
     ReferenceClusters saved("clusters.fxd");
     auto cluster = MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 65535});
     cluster->SetProperty("image.pixelcluster.pos.x", 7);

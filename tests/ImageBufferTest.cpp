@@ -10,12 +10,7 @@
 #include <typeinfo>
 #include <vector>
 
-using orvane::test::MakeFilled;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
-using orvane::test::ThrownText;
-using orvane::test::kInf;
-using orvane::test::kNaN;
+using namespace orvane::test;
 
 namespace {
 

@@ -442,7 +442,7 @@ TEST(HighPassMedian, SubtractMatchesTheSortedWindowsDivideTestsTheMedianAndFailu
         LogCapture log;
         EXPECT_EQ(c.message.empty() ? "CalibrationTools: HighPassMedian failed due to null pointer"
                                     : prefix + c.message,
-                  orvane::test::FailureText(c.call));
+                  FailureText(c.call));
         EXPECT_EQ(c.lineBefore, log.lines.size() < 2 ? "" : log.lines[log.lines.size() - 2]);
     }
     EXPECT_EQ(Floats({9, 9, 9, 10, 10}), Pixels(row));
