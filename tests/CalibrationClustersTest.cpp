@@ -153,8 +153,7 @@ TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBackNoChangeAboveThe
     EXPECT_EQ("CalibrationClusters: Init failed because PatchMargin is out of range",
               FailureText([&] { f.calibration.Init(); }));
     f.calibration.Clear();
-    EXPECT_EQ(0u, frames->GetInUse().size());
-    EXPECT_TRUE(frames->GetCollections().empty());
+    EXPECT_TRUE(frames->GetInUse().empty() && frames->GetCollections().empty());
 }
 
 TEST(CalibrationClustersParametersSet, HoldsBirchAndNoDefaultRow) {

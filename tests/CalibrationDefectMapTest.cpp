@@ -129,6 +129,11 @@ Frame Plant(int background, const std::vector<Pixel>& planted = {}, bool ripple 
     });
 }
 
+// A reference map's time and its quantisation levels.
+std::pair<int, int> TimeAndLevels(const ImagePtr<unsigned char>& m) {
+    return {m->GetProperty<int>("image.time"), m->GetProperty<int>("info.quantlevels")};
+}
+
 // The option is unset also when the test fails.
 struct SaveOption {
     SaveOption() { setenv("OPTION_CALIBRATION_DM_SAVE_INTERMEDIARY_SEQUENCE", "1", 1); }
@@ -288,8 +293,7 @@ TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifiesAndSavesDebugI
     for (int x = 0; x < W; ++x) expected[15 * W + x] = x == 0 || x == W - 1 ? 2 : 3;  // flagged row, classified
     expected[30 * W + 30] = 1;
     EXPECT_EQ(expected, Pixels(map));
-    EXPECT_EQ(42, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18u, map->GetProperty<unsigned>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(42, 18), TimeAndLevels(map));
     EXPECT_FALSE(f.store->IsValid());
     std::vector<std::string> files;
     for (const char* stage : {"DM6", "DM6-flag", "Dose_1_input", "Dose_1_input-mean", "Dose_1_mean_Gc",
@@ -354,8 +358,7 @@ TEST(CalibrationDefectMapGain, PlantedDefectsFailOneOrBothTestsRatiosOnTheBounds
     EXPECT_EQ(3.5f, Pool(0)[2 * W + 61]);  // clipped
 
     EXPECT_EQ(Isolated({{0, 0}, {20, 15}, {30, 20}, {25, 30}}), f.Map());
-    EXPECT_EQ(7, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18u, map->GetProperty<unsigned>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(7, 18), TimeAndLevels(map));
     EXPECT_TRUE(f.store->IsValid());
 
     f.parameters.ClipMax = 4.0f, f.parameters.ThresholdMin = 0.5f;
@@ -440,8 +443,7 @@ TEST(CalibrationDefectMapDark, MeansOutsideTheBandCountOnlyTheAreaReachesTheMapW
         "I CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge - Number of detected defects : ";
     EXPECT_EQ(count + "8\n", log.lines.at(2));
     EXPECT_EQ("I CalibrationDefectMapDark::UpdateDefectMapReference - Number of defects : 7\n", log.lines.at(4));
-    EXPECT_EQ(77, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18, map->GetProperty<unsigned short>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(77, 18), TimeAndLevels(map));
     EXPECT_FALSE(f.store->IsValid());
 
     f.parameters = {ROI(0, 0, H, W), 500.0f, 1000.0f};
@@ -519,8 +521,7 @@ TEST(CalibrationDefectMapUntypical, BandIsExcludeSigmasAroundTheMeanFramesCountO
     edges->SetProperty("image.time", 77);
     area.calibration.ComputeDefectMapUntypicalAndMerge(edges);
     EXPECT_EQ(Isolated({{2, 40}, {20, 10}, {47, 31}}), area.Map());
-    EXPECT_EQ(77, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18, map->GetProperty<unsigned short>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(77, 18), TimeAndLevels(map));
 
     // The upper half is high-passed to 0 (one pixel to 500), the lower half stays at
     // 100: the rejection stops at once near mean 50 and sigma 50, so the band of

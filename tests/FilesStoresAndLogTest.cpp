@@ -18,6 +18,7 @@
 #include <ostream>
 #include <regex>
 #include <stdexcept>
+#include <tuple>
 #include <type_traits>
 
 using boost::property_tree::ptree;
@@ -303,15 +304,14 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     WriteBytes("cut.fxd", bytes.substr(0, bytes.size() - 2));
     orvane::detail::WriteReferenceFile<unsigned short>(Reference("otherkind.fxd"), "ReferenceOther",
                                                        {saved.GetOffset()}, {});
-    EXPECT_NE(std::string::npos,
-              LoadFailure(3, 2, "cut.fxd")
-                  .find("ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"));
-    EXPECT_NE(std::string::npos, LoadFailure(2, 3, "offset.fxd").find("are 3x2, the store's are 2x3"));
-    EXPECT_NE(std::string::npos, LoadFailure(3, 2, "otherkind.fxd").find("file of a ReferenceOther"));
+    const std::tuple<int, int, const char*, const char*> loads[] = {
+        {3, 2, "cut.fxd", "ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"},
+        {2, 3, "offset.fxd", "are 3x2, the store's are 2x3"}, {3, 2, "otherkind.fxd", "file of a ReferenceOther"}};
+    for (const auto& [width, height, path, reason] : loads) EXPECT_TRUE(Contains(LoadFailure(width, height, path), reason)) << path;
     std::string flipped = bytes;
     flipped.back() ^= 0x10;  // the last pixel's high byte
     WriteBytes("flipped.fxd", flipped);
-    EXPECT_NE(std::string::npos, LoadFailure(3, 2, "flipped.fxd").find("'flipped.fxd' is damaged: its checksum is "));
+    EXPECT_TRUE(Contains(LoadFailure(3, 2, "flipped.fxd"), "'flipped.fxd' is damaged: its checksum is "));
     WriteBytes("unsummed.fxd", WithInt32At(WithInt32At(flipped, 32, 0), 36, 0));  // as written before checksums
     ReferenceOffsetSimple unsummed(3, 2, "unsummed.fxd");
     unsummed.Load();
