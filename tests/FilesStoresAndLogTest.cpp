@@ -104,11 +104,8 @@ TYPED_TEST_SUITE(ImageFxdRoundTrip, PixelTypes);
 TYPED_TEST(ImageFxdRoundTrip, FramesAndPropertiesComeBackBitExact) {
     ScratchDirectory directory;
     const std::vector<TypeParam> values = Extremes<TypeParam>();
-    std::vector<ImagePtr<TypeParam>> frames;
-    for (int f = 0; f < 3; ++f) {
-        frames.push_back(MakeImage<TypeParam>(3, 2));
-        std::rotate_copy(values.begin(), values.begin() + f, values.end(), frames.back()->GetData());
-    }
+    std::vector<ImagePtr<TypeParam>> frames;  // frame f: the values rotated left by f
+    for (int f = 0; f < 3; ++f) frames.push_back(MakeImageOf<TypeParam>(3, 2, [&](int x, int y) { return values[(y * 3 + x + f) % 6]; }));
     ptree awkward("root value");
     awkward.put("image.time", 1234);
     awkward.add("info.note", "two\nlines, \"quoted\" {braces}; 5:colon");

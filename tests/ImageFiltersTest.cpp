@@ -21,9 +21,7 @@ using Floats = std::vector<float>;
 namespace {
 
 ImagePtr<float> Image(int width, int height, const std::vector<float>& pixels) {
-    auto image = MakeImage<float>(width, height);
-    std::copy(pixels.begin(), pixels.end(), image->GetData());
-    return image;
+    return MakeImageOf<float>(width, height, [&](int x, int y) { return pixels.at(size_t(y * width + x)); });
 }
 
 ImagePtr<float> Row(const std::vector<float>& pixels) { return Image(static_cast<int>(pixels.size()), 1, pixels); }
