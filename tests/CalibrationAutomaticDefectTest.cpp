@@ -83,12 +83,10 @@ TEST(CalibrationAutomaticDefect, WindowIsReflectedInsideTheAreaAtEveryEdge) {
     // The smallest area for k = 7 (4 x 4), a larger one off the frame's edges, the frame.
     for (const ROI area : {ROI(5, 6, 4, 4), ROI(3, 2, 9, 11), ROI(0, 0, height, width)}) {
         const auto first = MakeFilled<unsigned short>(width, height, 1000);
-        const auto second = MakeFilled<unsigned short>(width, height, 60000);  // poison outside the area
-        for (int i = 0; i < width * height; ++i) {
-            const int x = i % width - area.left, y = i / width - area.top;
-            if (y >= 0 && y < area.height && x >= 0 && x < area.width)
-                second->GetData()[i] = static_cast<unsigned short>(1000 + level(random));
-        }
+        const auto second = MakeImageOf<unsigned short>(width, height, [&](int x, int y) {  // poison outside the area
+            const bool inside = y >= area.top && y < area.top + area.height && x >= area.left && x < area.left + area.width;
+            return inside ? 1000 + level(random) : 60000;
+        });
         const auto diff = [&](int i) { return float(second->GetData()[i] - first->GetData()[i]); };
         // Naive hits, a coordinate outside the area mirrored about its first or last index.
         const auto mirror = [](int p, int n) { return p < 0 ? -p : (p > n - 1 ? (n - 1) - (p - (n - 1)) : p); };

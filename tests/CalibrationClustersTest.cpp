@@ -12,12 +12,7 @@
 #include <numeric>
 #include <utility>
 
-using orvane::test::FailureText;
-using orvane::test::LogCapture;
-using orvane::test::MakeFilled;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
-using orvane::test::WindowSamples;
+using namespace orvane::test;
 
 namespace {
 
@@ -51,13 +46,9 @@ struct ClustersFixture {
           store(boost::make_shared<ReferenceClusters>()),
           calibration(parameters, store, grid) {
         const int last = grid->GetNbReferences() - 1;
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < kWidth; ++x) {
-                grid->GetAt(0)->GetData()[y * kWidth + x] = static_cast<unsigned short>(Base(x, y));
-                grid->GetAt(last)->GetData()[y * kWidth + x] =
-                    static_cast<unsigned short>(Base(x, y) + (last > 0 ? change(x, y) : 0));
-            }
-        }
+        *grid->GetAt(0)->GetBuffer() = *MakeImageOf<unsigned short>(kWidth, height, Base)->GetBuffer();
+        *grid->GetAt(last)->GetBuffer() = *MakeImageOf<unsigned short>(
+            kWidth, height, [&](int x, int y) { return Base(x, y) + (last > 0 ? change(x, y) : 0); })->GetBuffer();
         if (last == 2) *grid->GetAt(1)->GetBuffer() = *grid->GetAt(1)->GetBuffer() + 40000.0f;
         grid->GetAt(0)->SetProperty("image.time", 5);
         grid->GetAt(last)->SetProperty("image.time", 9);
@@ -152,9 +143,7 @@ TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBackNoChangeAboveThe
         LogCapture log;
         none->calibration.CalculateClustersReference();
         EXPECT_TRUE(none->store->GetClusters().empty());
-        EXPECT_EQ(std::vector<std::string>({"I CalibrationClusters : CalculateClustersReference\n",
-                                            "I CalibrationClusters : CalculateClustersReference succeed\n"}),
-                  log.lines);
+        EXPECT_EQ(Succeeded("CalibrationClusters : CalculateClustersReference"), log.lines);
     }
 
     f.parameters.PatchMargin = 4;
@@ -164,8 +153,7 @@ TEST(CalibrationClusters, WorkImagesComeFromThePoolOnceAndGoBackNoChangeAboveThe
     EXPECT_EQ("CalibrationClusters: Init failed because PatchMargin is out of range",
               FailureText([&] { f.calibration.Init(); }));
     f.calibration.Clear();
-    EXPECT_EQ(0u, frames->GetInUse().size());
-    EXPECT_TRUE(frames->GetCollections().empty());
+    EXPECT_TRUE(frames->GetInUse().empty() && frames->GetCollections().empty());
 }
 
 TEST(CalibrationClustersParametersSet, HoldsBirchAndNoDefaultRow) {
@@ -176,7 +164,7 @@ TEST(CalibrationClustersParametersSet, HoldsBirchAndNoDefaultRow) {
 }
 
 TEST(ReferenceClusters, AddClusterKeepsItsOwnCopyOfOneSizeAndSavedClustersLoadBack) {
-    orvane::test::ScratchDirectory scratch;
+    ScratchDirectory scratch;
     ReferenceClusters saved("clusters.fxd");
     auto cluster = MakeImage<unsigned short>(3, 2, {1, 2, 3, 4, 5, 65535});
     cluster->SetProperty("image.pixelcluster.pos.x", 7);

@@ -69,8 +69,7 @@ boost::shared_ptr<ReferenceGainLinear> SmoothGain(int width = W, int height = H)
 // (exactly, for integer results).
 struct Scaled { int x, y; double factor; };
 Frame Flat(std::initializer_list<Scaled> scaled = {}) {
-    auto frame = MakeImage<unsigned short>(W, H);
-    for (int i = 0; i < W * H; ++i) frame->GetData()[i] = K(i % W, i / W);
+    Frame frame = MakeImageOf<unsigned short>(W, H, K);
     for (Scaled s : scaled) frame->GetData()[s.y * W + s.x] = static_cast<unsigned short>(K(s.x, s.y) * s.factor);
     return frame;
 }
@@ -121,17 +120,18 @@ DefectMapUntypicalParameters Untypical(int levels, ROI area = ROI(0, 0, H, W)) {
 struct Pixel { int x, y; unsigned short value; };
 Frame Plant(int background, const std::vector<Pixel>& planted = {}, bool ripple = false) {
     static const int kRipple[8] = {0, 0, 0, 1, 0, 0, 0, -1};
-    Frame frame = MakeImage<unsigned short>(W, H);
     int next = 0;
-    for (int i = 0; i < W * H; ++i) {
-        const int x = i % W, y = i / W;
+    return MakeImageOf<unsigned short>(W, H, [&](int x, int y) {
         const auto it =
             std::find_if(planted.begin(), planted.end(), [&](const Pixel& p) { return p.x == x && p.y == y; });
-        if (it != planted.end()) frame->GetData()[i] = it->value;
-        else if (background < 0) frame->GetData()[i] = static_cast<unsigned short>(200 + 4 * x + 3 * y);
-        else frame->GetData()[i] = static_cast<unsigned short>(background + (ripple ? kRipple[next++ % 8] : 0));
-    }
-    return frame;
+        if (it != planted.end()) return int(it->value);
+        return background < 0 ? 200 + 4 * x + 3 * y : background + (ripple ? kRipple[next++ % 8] : 0);
+    });
+}
+
+// A reference map's time and its quantisation levels.
+std::pair<int, int> TimeAndLevels(const ImagePtr<unsigned char>& m) {
+    return {m->GetProperty<int>("image.time"), m->GetProperty<int>("info.quantlevels")};
 }
 
 // The option is unset also when the test fails.
@@ -231,7 +231,7 @@ TEST(CalibrationDefectMap, FailuresCarryTheirMessagesAndKeepTheCountsAndTheDose)
     DM6 f(p, SmoothGain());
     const Frame frame = Flat({{30, 30, 3}});
     f.calibration.DefectMap6({frame});
-    const std::vector<float> counts(Pool(2), Pool(2) + W * H);
+    const std::vector<float> counts = Counts();
 
     const std::string size = "CalibrationDefectMap : DefectMap6 failed due to image size";
     f.parameters.X0 = 17;
@@ -293,8 +293,7 @@ TEST(CalibrationDefectMap, UpdateReplacesTheAreaFlagsAndClassifiesAndSavesDebugI
     for (int x = 0; x < W; ++x) expected[15 * W + x] = x == 0 || x == W - 1 ? 2 : 3;  // flagged row, classified
     expected[30 * W + 30] = 1;
     EXPECT_EQ(expected, Pixels(map));
-    EXPECT_EQ(42, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18u, map->GetProperty<unsigned>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(42, 18), TimeAndLevels(map));
     EXPECT_FALSE(f.store->IsValid());
     std::vector<std::string> files;
     for (const char* stage : {"DM6", "DM6-flag", "Dose_1_input", "Dose_1_input-mean", "Dose_1_mean_Gc",
@@ -359,8 +358,7 @@ TEST(CalibrationDefectMapGain, PlantedDefectsFailOneOrBothTestsRatiosOnTheBounds
     EXPECT_EQ(3.5f, Pool(0)[2 * W + 61]);  // clipped
 
     EXPECT_EQ(Isolated({{0, 0}, {20, 15}, {30, 20}, {25, 30}}), f.Map());
-    EXPECT_EQ(7, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18u, map->GetProperty<unsigned>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(7, 18), TimeAndLevels(map));
     EXPECT_TRUE(f.store->IsValid());
 
     f.parameters.ClipMax = 4.0f, f.parameters.ThresholdMin = 0.5f;
@@ -430,16 +428,14 @@ TEST(CalibrationDefectMapGain, FailuresCarryTheirMessagesAndChangeNothing) {
 TEST(CalibrationDefectMapDark, MeansOutsideTheBandCountOnlyTheAreaReachesTheMapWorkCarriesOverBetweenSeriesUntilInit) {
     DMDark f({ROI(8, 16, 24, 32), 100.0f, 1000.0f});  // columns 16 .. 47, rows 8 .. 31
     const ImagePtr<unsigned char> map = f.store->GetDM();
-    map->GetData()[40 * W + 2] = 1;   // outside, kept
-    map->GetData()[20 * W + 20] = 9;  // inside, replaced by a good count
+    map->GetData()[40 * W + 2] = 1, map->GetData()[20 * W + 20] = 9;  // outside, kept; inside, replaced by a good count
     // Means 100 and 1000 sit on the bounds; 99, 1001 and 1000.5 are past them. (5, 5)
     // and (48, 31) lie outside the area.
     const Frame first = Plant(-1, {{20, 10, 5000}, {20, 30, 20}, {30, 10, 99}, {40, 10, 99}, {30, 20, 0}, {40, 20, 2},
                                   {45, 25, 1000}, {5, 5, 5000}, {47, 31, 5000}, {48, 31, 5000}});
     const Frame second = Plant(-1, {{20, 10, 5000}, {20, 30, 20}, {30, 10, 101}, {40, 10, 99}, {30, 20, 2000},
                                    {40, 20, 2000}, {45, 25, 1001}, {5, 5, 5000}, {47, 31, 5000}, {48, 31, 5000}});
-    first->SetProperty("image.time", 76);
-    second->SetProperty("image.time", 77);
+    first->SetProperty("image.time", 76), second->SetProperty("image.time", 77);
     LogCapture log;
     f.calibration.ComputeDefectMapDarkAndMerge({first, second});
     EXPECT_EQ(Isolated({{2, 40}, {20, 10}, {20, 30}, {40, 10}, {40, 20}, {45, 25}, {47, 31}}), f.Map());
@@ -447,8 +443,7 @@ TEST(CalibrationDefectMapDark, MeansOutsideTheBandCountOnlyTheAreaReachesTheMapW
         "I CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge - Number of detected defects : ";
     EXPECT_EQ(count + "8\n", log.lines.at(2));
     EXPECT_EQ("I CalibrationDefectMapDark::UpdateDefectMapReference - Number of defects : 7\n", log.lines.at(4));
-    EXPECT_EQ(77, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18, map->GetProperty<unsigned short>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(77, 18), TimeAndLevels(map));
     EXPECT_FALSE(f.store->IsValid());
 
     f.parameters = {ROI(0, 0, H, W), 500.0f, 1000.0f};
@@ -521,14 +516,12 @@ TEST(CalibrationDefectMapUntypical, BandIsExcludeSigmasAroundTheMeanFramesCountO
 
     DMUntypical area(Untypical(501, ROI(8, 16, 24, 32)));  // columns 16 .. 47, rows 8 .. 31
     const ImagePtr<unsigned char> map = area.store->GetDM();
-    map->GetData()[40 * W + 2] = 1;   // outside, kept
-    map->GetData()[20 * W + 30] = 9;  // inside, replaced by a good count
+    map->GetData()[40 * W + 2] = 1, map->GetData()[20 * W + 30] = 9;  // outside, kept; inside, replaced by a good count
     Frame edges = Plant(0, {{20, 10, 500}, {5, 5, 500}, {47, 31, 500}, {48, 31, 500}});
     edges->SetProperty("image.time", 77);
     area.calibration.ComputeDefectMapUntypicalAndMerge(edges);
     EXPECT_EQ(Isolated({{2, 40}, {20, 10}, {47, 31}}), area.Map());
-    EXPECT_EQ(77, map->GetProperty<int>("image.time"));
-    EXPECT_EQ(18, map->GetProperty<unsigned short>("info.quantlevels"));
+    EXPECT_EQ(std::make_pair(77, 18), TimeAndLevels(map));
 
     // The upper half is high-passed to 0 (one pixel to 500), the lower half stays at
     // 100: the rejection stops at once near mean 50 and sigma 50, so the band of

@@ -9,12 +9,15 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 using namespace orvane::test;
 
 namespace {
 
 using Lines = std::set<int>;
+
+std::pair<Lines, Lines> Sets(const ReferenceEcholine& store) { return {store.singleLines, store.doubleLines}; }
 
 // A record that scans the whole of a width x height map: no middle row or column
 // inside it, so nothing is left out and nothing is mirrored.
@@ -44,8 +47,7 @@ struct EcholineFixture {
     void Expect(const Lines& singles, const Lines& doubles) {
         calibration.CalculateEcholineReference();
         calibration.FillEcholineReference();
-        EXPECT_EQ(singles, store->singleLines);
-        EXPECT_EQ(doubles, store->doubleLines);
+        EXPECT_EQ(std::make_pair(singles, doubles), Sets(*store));
     }
 
     EchoLineParameters parameters;
@@ -72,9 +74,7 @@ TEST(CalibrationEcholine, RunOfThirtyDefectsOfAnyClassInsideTheAreaMakesAnEchoLi
     f.Mark(1, 5, 30, 0);
     f.Mark(2, 0, 64);
     f.Expect({7, 10}, {1});
-    EXPECT_EQ(std::vector<std::string>({"I CalibrationEcholine : CalculateEcholineReference\n",
-                                        "I CalibrationEcholine : CalculateEcholineReference succeed\n"}),
-              log.lines);
+    EXPECT_EQ(Succeeded("CalibrationEcholine : CalculateEcholineReference"), log.lines);
     EXPECT_EQ(f.store, f.calibration.GetEcholineRef());
 
     EchoLineParameters p = WholeMap(64, 8);
@@ -150,35 +150,27 @@ TEST(EchoLineParametersSet, RowsOfEveryModelAndTheDefaultRowForUnknownOnes) {
     for (const Row& expected : rows) {
         const EchoLineParameters& row = s_EchoLineParametersSet.lookup(expected.key);
         EXPECT_TRUE(expected.area == row.Area) << expected.key;
-        EXPECT_EQ(expected.middleRow, row.MiddleRow) << expected.key;
-        EXPECT_EQ(expected.middleColumn, row.MiddleColumn) << expected.key;
-        EXPECT_EQ(30, row.MinimumRun) << expected.key;
+        EXPECT_EQ(std::vector<int>({expected.middleRow, expected.middleColumn, 30}),
+                  std::vector<int>({row.MiddleRow, row.MiddleColumn, row.MinimumRun})) << expected.key;
     }
     EXPECT_EQ(10u, s_EchoLineParametersSet.GetBaseRows().size());
-    const EchoLineParameters* fallback = &s_EchoLineParametersSet.lookup("");
-    EXPECT_EQ(fallback, &s_EchoLineParametersSet.lookup("Willow"));
+    EXPECT_EQ(&s_EchoLineParametersSet.lookup(""), &s_EchoLineParametersSet.lookup("Willow"));
 }
 
 TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlagAFailedLoadNothing) {
     ScratchDirectory directory;
-    ReferenceEcholine saved("echo.fxd");
-    saved.singleLines = {3, 7, 1200};
-    saved.doubleLines = {10};
+    ReferenceEcholine saved("echo.fxd"), loaded("echo.fxd");
+    saved.singleLines = {3, 7, 1200}, saved.doubleLines = {10};
     saved.SetValid(true);
     saved.Save();
-
-    ReferenceEcholine loaded("echo.fxd");
-    loaded.singleLines = {1};
-    loaded.doubleLines = {2, 4};
+    loaded.singleLines = {1}, loaded.doubleLines = {2, 4};
     loaded.Load();
-    EXPECT_EQ(Lines({3, 7, 1200}), loaded.singleLines);
-    EXPECT_EQ(Lines({10}), loaded.doubleLines);
+    EXPECT_EQ(std::make_pair(Lines{3, 7, 1200}, Lines{10}), Sets(loaded));
     EXPECT_TRUE(loaded.IsValid());
 
     ReferenceEcholine("echo.fxd").Save();  // empty sets, not valid
     loaded.Load();
-    EXPECT_EQ(Lines(), loaded.singleLines);
-    EXPECT_EQ(Lines(), loaded.doubleLines);
+    EXPECT_EQ(std::make_pair(Lines(), Lines()), Sets(loaded));
     EXPECT_FALSE(loaded.IsValid());
 
     ReferenceEcholine memory;  // no path: nothing is written or read
@@ -190,8 +182,7 @@ TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlagAFailedLoadNothing
 
     // A failed load leaves the store as it was.
     ReferenceEcholine store("broken.fxd");
-    store.singleLines = {8};
-    store.doubleLines = {20};
+    store.singleLines = {8}, store.doubleLines = {20};
     EXPECT_THROW(store.Load(), ReferenceException);  // no file
 
     ReferenceDM(2, 2, "other.fxd").Save();
@@ -202,6 +193,5 @@ TEST(ReferenceEcholine, SaveAndLoadKeepBothSetsAndTheValidFlagAFailedLoadNothing
     settings.put("doubleLines", "");
     orvane::detail::WriteReferenceFile<unsigned char>(store, "ReferenceEcholine", {}, settings);
     EXPECT_THROW(store.Load(), ReferenceException);
-    EXPECT_EQ(Lines({8}), store.singleLines);
-    EXPECT_EQ(Lines({20}), store.doubleLines);
+    EXPECT_EQ(std::make_pair(Lines{8}, Lines{20}), Sets(store));
 }

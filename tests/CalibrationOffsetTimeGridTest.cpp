@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <utility>
 
 using namespace orvane::test;
 
@@ -58,15 +59,16 @@ TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClassesStandbyO
     }
 
     // The stand-by offset takes a frame of its delta time only when asked to.
+    const auto entryAndStandby = [&](int deltaTime) {
+        return std::make_pair(int(f.store->Get(deltaTime)->GetData()[0]), int(f.store->GetStandbyOffset()->GetData()[0]));
+    };
     f.StoreEntry(10);
     f.calibration.InitOffsetStandBy();
     EXPECT_EQ(0, f.store->GetStandbyOffset()->GetProperty<long long>("image.time"));
     f.calibration.UpdateSingleOffsetRef(10, MakeFrame(11, 10000, 0, 37.0f), true);
-    EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
-    EXPECT_EQ(0, f.store->Get(10)->GetData()[0]);
+    EXPECT_EQ(std::make_pair(0, 5000), entryAndStandby(10));
     f.calibration.UpdateSingleOffsetRef(10, MakeFrame(11, 10000, 0, 37.0f), false);
-    EXPECT_EQ(5000, f.store->Get(10)->GetData()[0]);
-    EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
+    EXPECT_EQ(std::make_pair(5000, 5000), entryAndStandby(10));
 
     // Another delta time is blended into its entry: each product rounded to float, the sum truncated.
     f.StoreEntry(20);
@@ -75,9 +77,8 @@ TEST(CalibrationOffsetTimeGrid, ShareFollowsTheTemperatureAndTimeClassesStandbyO
     const float c = 0.2f, v = static_cast<float>(1.0 - c);
     const double sum = static_cast<double>(static_cast<float>(12347.0 * c)) +
                        static_cast<double>(static_cast<float>(40001.0 * v));
-    EXPECT_EQ(static_cast<unsigned short>(sum), f.store->Get(20)->GetData()[0]);
+    EXPECT_EQ(std::make_pair(int(static_cast<unsigned short>(sum)), 5000), entryAndStandby(20));
     EXPECT_EQ(60 * 30, f.store->Get(20)->GetProperty<long long>("image.time"));
-    EXPECT_EQ(5000, f.store->GetStandbyOffset()->GetData()[0]);
 }
 
 TEST(CalibrationOffsetTimeGrid, FailuresCarryTheirMessagesAndLeaveTheEntryAsItWas) {
@@ -117,8 +118,7 @@ TEST(ReferenceOffsetTimeGrid, EntriesByIndexAndDeltaTimeSavedGridLoadsBackAndAno
     EXPECT_EQ(2, saved.GetNbReferences());
     EXPECT_EQ(saved.GetAt(1), saved.Get(60));
     EXPECT_NE(saved.GetAt(0), saved.GetStandbyOffset());
-    EXPECT_THROW(saved.GetAt(2), ReferenceException);
-    EXPECT_THROW(saved.GetAt(-1), ReferenceException);
+    for (int index : {2, -1}) EXPECT_THROW(saved.GetAt(index), ReferenceException) << index;
     EXPECT_THROW(saved.Get(61), ReferenceException);
     saved.Get(60)->GetData()[1] = 4321;
     saved.Get(60)->SetProperty("image.time", 77);

@@ -22,12 +22,7 @@ using FloatFrame = ImagePtr<float>;
 // A plane whose values at whole pixels are exact in float.
 double Plane(double x, double y) { return 100.0 + 0.5 * x + 0.25 * y; }
 
-FloatFrame PlaneFrame(int width, int height) {
-    auto frame = MakeFilled<float>(width, height, 0.0f);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) frame->GetData()[y * width + x] = static_cast<float>(Plane(x, y));
-    return frame;
-}
+FloatFrame PlaneFrame(int width, int height) { return MakeImageOf<float>(width, height, Plane); }
 
 float& At(const FloatFrame& f, int x, int y) { return f->GetData()[y * f->GetWidth() + x]; }
 unsigned char& At(const Map& m, int x, int y) { return m->GetData()[y * m->GetWidth() + x]; }
@@ -38,34 +33,36 @@ void Flag(const Map& map, int x0, int y0, int x1, int y1) {
         for (int x = x0; x <= x1; ++x) At(map, x, y) = 1;
 }
 
-// Writes `value` into every flagged pixel of the frame.
-void Poison(const FloatFrame& frame, const Map& map, float value) {
-    for (int i = 0; i < frame->GetPixelCount(); ++i)
-        if (map->GetData()[i] != 0) frame->GetData()[i] = value;
-}
-
 template <typename T>
 ImagePtr<T> Transposed(const ImagePtr<T>& image) {
-    const int w = image->GetWidth(), h = image->GetHeight();
-    auto out = MakeFilled<T>(h, w, T());
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) out->GetData()[x * h + y] = image->GetData()[y * w + x];
-    return out;
-}
-
-// Every good pixel keeps its value bit for bit and is marked good.
-void ExpectGoodPixelsKept(const FloatFrame& before, const FloatFrame& after, const Map& map, const Map& marks) {
-    for (int i = 0; i < map->GetPixelCount(); ++i) {
-        if (map->GetData()[i] != 0) continue;
-        ASSERT_EQ(before->GetData()[i], after->GetData()[i]) << "good pixel " << i;
-        ASSERT_EQ(marks->GetData()[i], DefectReplacement::kMarkGood) << "good pixel " << i;
-    }
+    return MakeImageOf<T>(image->GetHeight(), image->GetWidth(),
+                          [&](int x, int y) { return image->GetData()[x * image->GetWidth() + y]; });
 }
 
 FloatFrame Copy(const FloatFrame& frame) {
-    auto copy = MakeFilled<float>(frame->GetWidth(), frame->GetHeight(), 0.0f);
-    std::copy(frame->GetData(), frame->GetData() + frame->GetPixelCount(), copy->GetData());
-    return copy;
+    return MakeImageOf<float>(frame->GetWidth(), frame->GetHeight(), [&](int x, int y) { return At(frame, x, y); });
+}
+
+struct Replaced {
+    FloatFrame frame;
+    Map marks;
+    DefectReplacement::Result result;
+};
+
+// Replaces the flagged pixels of a copy of `truth`, each first set to `poison`, with
+// marks that start at `marked`. Every good pixel keeps its value bit for bit and is
+// marked good.
+Replaced Replace(const FloatFrame& truth, const Map& map, float poison, unsigned char marked = 0) {
+    Replaced r{Copy(truth), MakeFilled<unsigned char>(map->GetWidth(), map->GetHeight(), marked), {}};
+    for (int i = 0; i < map->GetPixelCount(); ++i)
+        if (map->GetData()[i] != 0) r.frame->GetData()[i] = poison;
+    r.result = DefectReplacement().Replace(r.frame, map, r.marks);
+    for (int i = 0; i < map->GetPixelCount(); ++i) {
+        if (map->GetData()[i] != 0) continue;
+        EXPECT_EQ(truth->GetData()[i], r.frame->GetData()[i]) << "good pixel " << i;
+        EXPECT_EQ(r.marks->GetData()[i], DefectReplacement::kMarkGood) << "good pixel " << i;
+    }
+    return r;
 }
 
 }  // namespace
@@ -93,13 +90,7 @@ TEST(DefectReplacement, IsolatedPixelsAndSmallGroupsTakeTheMeanOfTheirGoodNeighb
         {22, 14, 22 + 2.0 / 5, 14 + 2.0 / 5}};
     for (const Expect& e : cases) At(map, e.x, e.y) = 1;
     Flag(map, 20, 12, 22, 14);
-    const FloatFrame truth = PlaneFrame(W, H);
-    const FloatFrame frame = Copy(truth);
-    Poison(frame, map, 1e9f);
-    auto marks = MakeFilled<unsigned char>(W, H, 77);
-
-    const DefectReplacement::Result r = DefectReplacement().Replace(frame, map, marks);
-
+    const auto [frame, marks, r] = Replace(PlaneFrame(W, H), map, 1e9f, 77);
     for (const Expect& e : cases) {
         EXPECT_NEAR(At(frame, e.x, e.y), Plane(e.cx, e.cy), 1e-4) << e.x << "," << e.y;
         EXPECT_EQ(At(marks, e.x, e.y), DefectReplacement::kMarkIsolated) << e.x << "," << e.y;
@@ -108,11 +99,8 @@ TEST(DefectReplacement, IsolatedPixelsAndSmallGroupsTakeTheMeanOfTheirGoodNeighb
     // pixels two steps away in pairs about it, so the weighted mean is exact.
     EXPECT_NEAR(At(frame, 21, 13), Plane(21, 13), 1e-4);
     EXPECT_EQ(At(marks, 21, 13), DefectReplacement::kMarkCluster);
-    EXPECT_EQ(r.replacedIsolated, 11 + 8);
-    EXPECT_EQ(r.replacedInRuns, 0);
-    EXPECT_EQ(r.replacedInClusters, 1);
-    EXPECT_EQ(r.unreplaced, 0);
-    ExpectGoodPixelsKept(truth, frame, map, marks);
+    EXPECT_EQ((std::vector<int>{11 + 8, 0, 1, 0}),
+              (std::vector<int>{r.replacedIsolated, r.replacedInRuns, r.replacedInClusters, r.unreplaced}));
 }
 
 // Linear interpolation is exact on a plane; at the frame's edge the one side's value.
@@ -130,12 +118,7 @@ TEST(DefectReplacement, LinesAndColumnsInterpolateAcrossTheRun) {
     Flag(map, W - 1, 10, W - 1, 14);  // on the right edge
     Flag(map, 30, 25, 33, 25);    // one short of a run: a small group
     const FloatFrame truth = PlaneFrame(W, H);
-    const FloatFrame frame = Copy(truth);
-    Poison(frame, map, std::nanf(""));
-    auto marks = MakeFilled<unsigned char>(W, H, 0);
-
-    const DefectReplacement::Result r = DefectReplacement().Replace(frame, map, marks);
-
+    const auto [frame, marks, r] = Replace(truth, map, std::nanf(""));
     int runs = 0;
     for (int y = 0; y < H; ++y) {
         for (int x = 0; x < W; ++x) {
@@ -160,11 +143,8 @@ TEST(DefectReplacement, LinesAndColumnsInterpolateAcrossTheRun) {
     for (int x = 30; x <= 33; ++x) EXPECT_EQ(At(marks, x, 25), DefectReplacement::kMarkIsolated);
     const int expectedRuns = W + H - 1 - 1 + 20 + 33 + 5 + 9 + 8 + 7 + 5;
     EXPECT_EQ(runs, expectedRuns);
-    EXPECT_EQ(r.replacedInRuns, expectedRuns);
-    EXPECT_EQ(r.replacedIsolated, 4);
-    EXPECT_EQ(r.replacedInClusters, 1);
-    EXPECT_EQ(r.unreplaced, 0);
-    ExpectGoodPixelsKept(truth, frame, map, marks);
+    EXPECT_EQ((std::vector<int>{4, expectedRuns, 1, 0}),
+              (std::vector<int>{r.replacedIsolated, r.replacedInRuns, r.replacedInClusters, r.unreplaced}));
 }
 
 TEST(DefectReplacement, ClustersAndWideRunsUseInverseDistanceWeightsWithinReach) {
@@ -191,16 +171,9 @@ TEST(DefectReplacement, ClustersAndWideRunsUseInverseDistanceWeightsWithinReach)
     auto map = MakeFilled<unsigned char>(W, H, 0);
     Flag(map, 10, 10, 49, 49);
     Flag(map, 5, 54, 20, 57);
-    const FloatFrame truth = MakeFilled<float>(W, H, 37.5f);
-    const FloatFrame frame = Copy(truth);
-    Poison(frame, map, -7.0f);
-    auto marks = MakeFilled<unsigned char>(W, H, 0);
-
-    const DefectReplacement::Result r = DefectReplacement().Replace(frame, map, marks);
-
-    EXPECT_EQ(r.unreplaced, 64);
-    EXPECT_EQ(r.replacedInClusters, 40 * 40 - 64 + 16 * 4);
-    EXPECT_EQ(r.replacedIsolated + r.replacedInRuns, 0);
+    const auto [frame, marks, r] = Replace(MakeFilled<float>(W, H, 37.5f), map, -7.0f);
+    EXPECT_EQ((std::vector<int>{0, 0, 40 * 40 - 64 + 16 * 4, 64}),
+              (std::vector<int>{r.replacedIsolated, r.replacedInRuns, r.replacedInClusters, r.unreplaced}));
     for (int y = 0; y < H; ++y) {
         for (int x = 0; x < W; ++x) {
             if (At(map, x, y) == 0) continue;
@@ -209,7 +182,6 @@ TEST(DefectReplacement, ClustersAndWideRunsUseInverseDistanceWeightsWithinReach)
             EXPECT_NEAR(At(frame, x, y), far ? -7.0f : 37.5f, 1e-4) << x << "," << y;
         }
     }
-    ExpectGoodPixelsKept(truth, frame, map, marks);
 }
 
 // Only good pixels are read: the flagged pixels' values, a second run and the
@@ -229,20 +201,15 @@ TEST(DefectReplacement, ResultDependsOnlyOnGoodPixelsNotOnValuesOrOrder) {
     Flag(map, 80, 50, 82, 52);
     Flag(map, 0, 0, 2, 2);
     Flag(map, W - 4, H - 9, W - 1, H - 1);
-    auto truth = MakeFilled<float>(W, H, 0.0f);
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x)
-            At(truth, x, y) = static_cast<float>(100 + 10 * std::sin(x / 7.0) + 5 * std::cos(y / 5.0) + x * y / 100.0);
+    const FloatFrame truth = MakeImageOf<float>(
+        W, H, [](int x, int y) { return 100 + 10 * std::sin(x / 7.0) + 5 * std::cos(y / 5.0) + x * y / 100.0; });
 
     std::vector<FloatFrame> results;
     std::vector<Map> planes;
     const DefectReplacement replacement;
     for (float poison : {std::nanf(""), 1e9f, -1e9f, 0.0f}) {
-        const FloatFrame frame = Copy(truth);
-        Poison(frame, map, poison);
-        planes.push_back(MakeFilled<unsigned char>(W, H, 0));
-        replacement.Replace(frame, map, planes.back());
-        results.push_back(frame);
+        const Replaced r = Replace(truth, map, poison);
+        results.push_back(r.frame), planes.push_back(r.marks);
     }
     for (float v : Pixels(results[0])) ASSERT_TRUE(std::isfinite(v));
     for (size_t k = 1; k < results.size(); ++k) {

@@ -18,6 +18,7 @@
 #include <ostream>
 #include <regex>
 #include <stdexcept>
+#include <tuple>
 #include <type_traits>
 
 using boost::property_tree::ptree;
@@ -26,14 +27,21 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
-// Saves `saved` as valid and loads it into `loaded`; `refused`, of another size or
-// coefficient count, refuses the file and stays invalid.
-template <typename Store>
-void SaveLoadAndRefuse(Store& saved, Store& loaded, Store& refused) {
+// Saves `saved` as valid and loads it into `loaded`, whose images (as `images` lists
+// them) stay the same objects and take the saved pixels and properties; `refused`, of
+// another size or coefficient count, refuses the file and stays invalid.
+template <typename Store, typename Images>
+void SaveLoadAndRefuse(Store& saved, Store& loaded, Store& refused, Images images) {
+    const auto live = images(loaded);
     saved.SetValid(true);
     saved.Save();
     loaded.Load();
     EXPECT_TRUE(loaded.IsValid());
+    ASSERT_EQ(live, images(loaded));
+    for (size_t i = 0; i < live.size(); ++i) {
+        EXPECT_EQ(Pixels(images(saved)[i]), Pixels(live[i])) << i;
+        EXPECT_TRUE(images(saved)[i]->GetProperties() == live[i]->GetProperties()) << i;
+    }
     EXPECT_THROW(refused.Load(), ReferenceException);
     EXPECT_FALSE(refused.IsValid());
 }
@@ -96,11 +104,8 @@ TYPED_TEST_SUITE(ImageFxdRoundTrip, PixelTypes);
 TYPED_TEST(ImageFxdRoundTrip, FramesAndPropertiesComeBackBitExact) {
     ScratchDirectory directory;
     const std::vector<TypeParam> values = Extremes<TypeParam>();
-    std::vector<ImagePtr<TypeParam>> frames;
-    for (int f = 0; f < 3; ++f) {
-        frames.push_back(MakeImage<TypeParam>(3, 2));
-        std::rotate_copy(values.begin(), values.begin() + f, values.end(), frames.back()->GetData());
-    }
+    std::vector<ImagePtr<TypeParam>> frames;  // frame f: the values rotated left by f
+    for (int f = 0; f < 3; ++f) frames.push_back(MakeImageOf<TypeParam>(3, 2, [&](int x, int y) { return values[(y * 3 + x + f) % 6]; }));
     ptree awkward("root value");
     awkward.put("image.time", 1234);
     awkward.add("info.note", "two\nlines, \"quoted\" {braces}; 5:colon");
@@ -283,13 +288,8 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     ReferenceOffsetSimple saved(3, 2, "offset.fxd"), loaded(3, 2, "offset.fxd"), wide(2, 3, "offset.fxd");
     *saved.GetOffset()->GetBuffer() = *MakeImage<unsigned short>(3, 2, {9, 8, 7, 6, 5, 65535})->GetBuffer();
     saved.GetOffset()->SetProperty("image.time", 42);
-    const ImagePtr<unsigned short> live = loaded.GetOffset();
-    SaveLoadAndRefuse(saved, loaded, wide);
-    EXPECT_EQ(live, loaded.GetOffset());
-    EXPECT_EQ(Pixels(saved.GetOffset()), Pixels(live));
-    EXPECT_TRUE(live->GetProperties() == saved.GetOffset()->GetProperties());
+    SaveLoadAndRefuse(saved, loaded, wide, [](auto& s) { return std::vector<ImagePtr<unsigned short>>{s.GetOffset()}; });
     ReferenceOffsetSimple inMemory(2, 1);
-
     inMemory.GetOffset()->GetData()[0] = 5;
     inMemory.Save();
     inMemory.Load();
@@ -301,15 +301,14 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     WriteBytes("cut.fxd", bytes.substr(0, bytes.size() - 2));
     orvane::detail::WriteReferenceFile<unsigned short>(Reference("otherkind.fxd"), "ReferenceOther",
                                                        {saved.GetOffset()}, {});
-    EXPECT_NE(std::string::npos,
-              LoadFailure(3, 2, "cut.fxd")
-                  .find("ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"));
-    EXPECT_NE(std::string::npos, LoadFailure(2, 3, "offset.fxd").find("are 3x2, the store's are 2x3"));
-    EXPECT_NE(std::string::npos, LoadFailure(3, 2, "otherkind.fxd").find("file of a ReferenceOther"));
+    const std::tuple<int, int, const char*, const char*> loads[] = {
+        {3, 2, "cut.fxd", "ReferenceOffsetSimple: cannot load 'cut.fxd': ImageFxdFileIn: 'cut.fxd' is truncated"},
+        {2, 3, "offset.fxd", "are 3x2, the store's are 2x3"}, {3, 2, "otherkind.fxd", "file of a ReferenceOther"}};
+    for (const auto& [width, height, path, reason] : loads) EXPECT_TRUE(Contains(LoadFailure(width, height, path), reason)) << path;
     std::string flipped = bytes;
     flipped.back() ^= 0x10;  // the last pixel's high byte
     WriteBytes("flipped.fxd", flipped);
-    EXPECT_NE(std::string::npos, LoadFailure(3, 2, "flipped.fxd").find("'flipped.fxd' is damaged: its checksum is "));
+    EXPECT_TRUE(Contains(LoadFailure(3, 2, "flipped.fxd"), "'flipped.fxd' is damaged: its checksum is "));
     WriteBytes("unsummed.fxd", WithInt32At(WithInt32At(flipped, 32, 0), 36, 0));  // as written before checksums
     ReferenceOffsetSimple unsummed(3, 2, "unsummed.fxd");
     unsummed.Load();
@@ -325,25 +324,16 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
         poly.CompressImage(MakeImage<float>(3, 2, {top, -top / 2, top / 10, 0.0f, top / 7, -top}), k, poly.GetGainPoly()[k]);
     }
     poly.GetGainPoly()[1]->SetProperty("image.time", 42);
-    const auto livePoly = polyLoaded.GetGainPoly();
-    SaveLoadAndRefuse(poly, polyLoaded, fewer);
-    EXPECT_EQ(livePoly, polyLoaded.GetGainPoly());
-    for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(Pixels(poly.GetGainPoly()[k]), Pixels(livePoly[k]));
-        EXPECT_EQ(poly.GetScale(k), polyLoaded.GetScale(k));
-    }
-    EXPECT_EQ(42, livePoly[1]->GetProperty<int>("image.time"));
+    SaveLoadAndRefuse(poly, polyLoaded, fewer, [](auto& s) { return s.GetGainPoly(); });
+    for (int k = 0; k < 3; ++k) EXPECT_EQ(poly.GetScale(k), polyLoaded.GetScale(k));
     EXPECT_EQ(0.0f, fewer.GetScale(0));
 
     ReferenceGainLinear gain(3, 2, "gain.fxd"), gainLoaded(3, 2, "gain.fxd"), otherSize(2, 3, "gain.fxd");
     gain.CompressImage(MakeImage<float>(3, 2, {1.0f, 2.0f, 0.5f, 0.25f, 3.0f, 1.5f}), gain.GetGainLinear());
     gain.GetGainLinear()->SetProperty("image.time", 42);
     gain.SetGainInversion(true);
-    const ImagePtr<unsigned short> liveGain = gainLoaded.GetGainLinear();
-    SaveLoadAndRefuse(gain, gainLoaded, otherSize);
-    EXPECT_EQ(liveGain, gainLoaded.GetGainLinear());
-    EXPECT_EQ(Pixels(gain.GetGainLinear()), Pixels(liveGain));
-    EXPECT_EQ(42, liveGain->GetProperty<int>("image.time"));
+    SaveLoadAndRefuse(gain, gainLoaded, otherSize,
+                      [](auto& s) { return std::vector<ImagePtr<unsigned short>>{s.GetGainLinear()}; });
     EXPECT_TRUE(gainLoaded.GetGainInversion());
     EXPECT_FALSE(otherSize.GetGainInversion());
 
@@ -351,8 +341,7 @@ TEST(ReferenceFile, StoresAreSavedAndLoadedIntoTheirLiveImagesAndFailuresChangeN
     std::copy_n(Bytes{1, 0, 9, 17}.begin(), 4, map.GetDM()->GetData());
     map.SetExternalDM(MakeImage<unsigned char>(2, 2, {0, 4, 0, 0}));
     map.SetMerged(true);
-    SaveLoadAndRefuse(map, mapLoaded, otherShape);
-    EXPECT_EQ(Bytes({1, 0, 9, 17}), Pixels(mapLoaded.GetDM()));
+    SaveLoadAndRefuse(map, mapLoaded, otherShape, [](auto& s) { return std::vector<ImagePtr<unsigned char>>{s.GetDM()}; });
     EXPECT_TRUE(mapLoaded.IsMerged());
     auto image = MakeImage<unsigned char>(2, 2);
     ASSERT_TRUE(mapLoaded.LoadMergeDM(image));
@@ -393,14 +382,6 @@ TEST(ReferenceFile, ClustersRefuseAHeaderClaimingEmptyFramesThatItsPropertiesDoN
     ASSERT_EQ(1u, clusters.GetClusters().size());
     EXPECT_EQ(std::vector<unsigned short>({7, 8}), Pixels(clusters.GetClusters()[0]));
     EXPECT_FALSE(clusters.IsValid());
-
-    // What a store writes still loads: each image has its properties node.
-    clusters.SetValid(true);
-    clusters.Save();
-    ReferenceClusters loaded("clusters.fxd");
-    loaded.Load();
-    ASSERT_EQ(1u, loaded.GetClusters().size());
-    EXPECT_TRUE(loaded.IsValid());
 }
 
 TEST(ReferenceGainPoly, RoundTripStaysWithinHalfAStepAndEachCoefficientKeepsItsScale) {

@@ -10,12 +10,7 @@
 #include <typeinfo>
 #include <vector>
 
-using orvane::test::MakeFilled;
-using orvane::test::MakeImage;
-using orvane::test::Pixels;
-using orvane::test::ThrownText;
-using orvane::test::kInf;
-using orvane::test::kNaN;
+using namespace orvane::test;
 
 namespace {
 
@@ -279,8 +274,7 @@ TEST_F(Pools, AcquireTakesTheFreeImageNearestThePoolStartAndClientsShareThePoolO
 
     // Nothing free: a new, zero-filled image is made and appended to both lists.
     const auto fourth = client->Acquire();
-    ASSERT_EQ(4u, PoolOf(client).size());
-    EXPECT_EQ(fourth, PoolOf(client)[3]);
+    EXPECT_EQ((Shorts{first, second, third, fourth}), PoolOf(client));
     EXPECT_EQ(PoolOf(client), InUseOf(client));
     EXPECT_EQ(4u, client->GetAcquired());
     EXPECT_EQ(1001, fourth->GetWidth());
@@ -371,8 +365,7 @@ TEST_F(Pools, TrimWaitsWhileImagesAreInUseAndTheRegistryFindsTheCollectorByForma
     own->Reserve(2);
     EXPECT_EQ(1031, own->Acquire()->GetWidth());
     EXPECT_EQ(2u, PoolOf(own).size());
-    EXPECT_TRUE(registered->GetPool().empty());
-    EXPECT_TRUE(registered->GetInUse().empty());
+    EXPECT_TRUE(registered->GetPool().empty() && registered->GetInUse().empty());
     own->GetCollector()->Clear();
     EXPECT_TRUE(PoolOf(own).empty());
     EXPECT_TRUE(InUseOf(own).empty());

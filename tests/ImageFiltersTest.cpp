@@ -21,9 +21,7 @@ using Floats = std::vector<float>;
 namespace {
 
 ImagePtr<float> Image(int width, int height, const std::vector<float>& pixels) {
-    auto image = MakeImage<float>(width, height);
-    std::copy(pixels.begin(), pixels.end(), image->GetData());
-    return image;
+    return MakeImageOf<float>(width, height, [&](int x, int y) { return pixels.at(size_t(y * width + x)); });
 }
 
 ImagePtr<float> Row(const std::vector<float>& pixels) { return Image(static_cast<int>(pixels.size()), 1, pixels); }
@@ -87,10 +85,7 @@ std::vector<float> PlainMorphology(const std::vector<float>& pixels, int w, int 
 ImagePtr<float> RandomLevels(int width, int height, int from, int to, unsigned seed) {
     std::mt19937 random(seed);
     std::uniform_int_distribution<int> level(from, to);
-    auto image = MakeFilled<float>(width, height, 0.0f);
-    for (float* p = image->GetData(); p != image->GetData() + image->GetPixelCount(); ++p)
-        *p = static_cast<float>(std::max(0, level(random)));
-    return image;
+    return MakeImageOf<float>(width, height, [&](int, int) { return std::max(0, level(random)); });
 }
 
 // The level of each pixel of the area, row after row, from its sorted window w: the walk ends at the
@@ -445,7 +440,7 @@ TEST(HighPassMedian, SubtractMatchesTheSortedWindowsDivideTestsTheMedianAndFailu
         LogCapture log;
         EXPECT_EQ(c.message.empty() ? "CalibrationTools: HighPassMedian failed due to null pointer"
                                     : prefix + c.message,
-                  orvane::test::FailureText(c.call));
+                  FailureText(c.call));
         EXPECT_EQ(c.lineBefore, log.lines.size() < 2 ? "" : log.lines[log.lines.size() - 2]);
     }
     EXPECT_EQ(Floats({9, 9, 9, 10, 10}), Pixels(row));

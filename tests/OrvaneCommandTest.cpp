@@ -38,6 +38,19 @@ Outcome Orvane(const std::string& arguments) {
 
 const char* const kSmall = "Willow.*.m12";  // 396 x 396
 
+// Each run fails with exit code 2 and one line on stderr that mentions its text, and
+// leaves no output folder x nor file y.tif.
+struct Refused { std::string arguments, mentions; };
+void ExpectRefused(const std::vector<Refused>& cases) {
+    for (const Refused& c : cases) {
+        const Outcome run = Orvane(c.arguments);
+        EXPECT_EQ(2, run.code) << c.arguments << "\n" << run.err;
+        EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(Contains(run.err, "orvane: ") && Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
+        EXPECT_TRUE(EntriesOf("x").empty() && !fs::exists("y.tif")) << c.arguments;
+    }
+}
+
 }  // namespace
 
 // One simulated series serves every run.
@@ -85,8 +98,7 @@ TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
     }
     fs::resize_file("truncated/flat-2-001.fxd", 1000);
 
-    struct Case { std::string arguments, mentions; };
-    const Case cases[] = {
+    ExpectRefused({
         {"simulate --model Nope --out x", "Nope"},
         {"calibrate --model Nope --in " + frames + " --out x", "Nope"},
         {"calibrate --model Rowan.*.m8 --in " + frames + " --out x", "dark-000.fxd"},  // frames of another size
@@ -103,14 +115,7 @@ TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
         {"params Birch --size 0,0", "--size"},
         {"params Nope --size 10,10", "Nope"},
         {"frobnicate", "frobnicate"},
-    };
-    for (const Case& c : cases) {
-        const Outcome run = Orvane(c.arguments);
-        EXPECT_EQ(2, run.code) << c.arguments;
-        EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
-        EXPECT_TRUE(Contains(run.err, "orvane: ") && Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
-        EXPECT_TRUE(EntriesOf("x").empty()) << c.arguments;  // nothing half-written
-    }
+    });
 
     // A run whose steps fail says which and exits 3: here, darks without flats.
     fs::create_directory("darks");
@@ -183,8 +188,7 @@ TEST(OrvaneCommand, EveryFormatOfTheSeriesGivesTheSameReferences) {
     EXPECT_EQ(Pixels(tiff->ReadImage<unsigned short>(3)), Pixels(fits->ReadImage<unsigned short>(3)));
     fs::create_directory("floats");
     ASSERT_EQ(0, Orvane("convert export-tiff/gain-linear.tif floats/dark.tif").code);
-    struct Case { std::string arguments, mentions; };
-    const Case cases[] = {
+    ExpectRefused({
         {calibrate + " --in frames-raw --out x --raw 396x395:u16le", "dark.raw"},
         {calibrate + " --in frames-raw --out x", "--raw"},
         {calibrate + " --in floats --out x", "32-bit float"},
@@ -192,12 +196,5 @@ TEST(OrvaneCommand, EveryFormatOfTheSeriesGivesTheSameReferences) {
         {"convert frames-hdf5/series.h5 y.tif --dataset /nope", "/nope"},
         {"convert frames-tiff/dark.tif y.png", "y.png"},
         {"simulate --model Birch --out x --format png", "png"},
-    };
-    for (const Case& c : cases) {
-        const Outcome run = Orvane(c.arguments);
-        EXPECT_EQ(2, run.code) << c.arguments << "\n" << run.err;
-        EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << c.arguments << "\n" << run.err;
-        EXPECT_TRUE(Contains(run.err, c.mentions)) << c.arguments << "\n" << run.err;
-        EXPECT_TRUE(EntriesOf("x").empty() && !fs::exists("y.tif")) << c.arguments;
-    }
+    });
 }

@@ -35,21 +35,10 @@
 #include <vector>
 
 using namespace orvane::app;
-using orvane::test::MakeFilled;
-using orvane::test::Pixels;
-using orvane::test::ScratchDirectory;
-using orvane::test::ThrownText;
-using orvane::test::Contains;
-using orvane::test::ReadFile;
+using namespace orvane::test;
 namespace fs = std::filesystem;
 
 namespace {
-
-orvane::io::OpenOptions RawLayoutOption(const std::string& layout) {
-    orvane::io::OpenOptions options;
-    options.raw = orvane::io::ParseRawLayout(layout);
-    return options;
-}
 
 // A Willow mode-12 frame: 342 x 396, with parameter rows for the offset, the linear
 // gain, the dose and dark defect maps.
@@ -71,20 +60,15 @@ std::uint32_t Noise(std::uint32_t& state) {  // small deterministic noise, 0..15
     return state >> 28;
 }
 
+// A dark of 1000 + 3 (x % 7), the shaded response to `level` and noise.
 void WriteShadedFrame(const std::string& path, double level, int index) {
-    ImageAcquisition<unsigned short> frame(kWidth, kHeight);
-    unsigned short* pixels = frame.GetData();
     std::uint32_t state = 12345u + static_cast<std::uint32_t>(index) * 7919u;
-    for (int y = 0; y < kHeight; ++y) {
-        for (int x = 0; x < kWidth; ++x) {
-            const double dark = 1000.0 + (x % 7) * 3.0;
-            pixels[y * kWidth + x] = static_cast<unsigned short>(dark + level * Shading(x, y) + Noise(state));
-        }
-    }
-    pixels[kHotY * kWidth + kHotX] = 60000;  // hot: far above any dark or flat level
-    frame.SetProperty("image.temperature", 30.0);
-    frame.SetProperty("image.time", 60 * index);
-    WriteFxd(path, frame);
+    const auto frame = MakeImageOf<unsigned short>(
+        kWidth, kHeight, [&](int x, int y) { return 1000.0 + (x % 7) * 3.0 + level * Shading(x, y) + Noise(state); });
+    frame->GetData()[kHotY * kWidth + kHotX] = 60000;  // hot: far above any dark or flat level
+    frame->SetProperty("image.temperature", 30.0);
+    frame->SetProperty("image.time", 60 * index);
+    WriteFxd(path, *frame);
 }
 
 class PipelineTest : public ::testing::Test {
@@ -93,19 +77,18 @@ protected:
         fs::create_directories("out");
         series.width = kWidth;
         series.height = kHeight;
-        for (int i = 0; i < 4; ++i) {
-            series.darks.push_back({(scratch.Path() / ("dark-" + std::to_string(i) + ".fxd")).string(), "", 0, 0, true});
-            WriteShadedFrame(series.darks.back().file, 0.0, i);
-        }
+        for (int i = 0; i < 4; ++i) series.darks.push_back(Shaded("dark-" + std::to_string(i), 0.0, i));
         for (int dose = 1; dose <= 3; ++dose) {
             series.doses.emplace_back();
-            for (int i = 0; i < 3; ++i) {
-                series.doses.back().push_back(
-                    {(scratch.Path() / ("flat-" + std::to_string(dose) + "-" + std::to_string(i) + ".fxd")).string(), "", 0, 0,
-                     true});
-                WriteShadedFrame(series.doses.back().back().file, 4000.0 * dose, 10 * dose + i);
-            }
+            for (int i = 0; i < 3; ++i)
+                series.doses.back().push_back(Shaded("flat-" + std::to_string(dose) + "-" + std::to_string(i), 4000.0 * dose, 10 * dose + i));
         }
+    }
+    // The frame file `name`.fxd of the scratch folder, written by WriteShadedFrame.
+    FrameRef Shaded(const std::string& name, double level, int index) {
+        const std::string path = (scratch.Path() / (name + ".fxd")).string();
+        WriteShadedFrame(path, level, index);
+        return {path, "", 0, 0, true};
     }
 
     CalibrationOutputs Run(const std::vector<std::string>& only = {}) {
@@ -262,8 +245,8 @@ TEST(OrvaneReport, PngIsReducedByBlockMeanAndReportShowsExistingPicturesAndEscap
 
 // The final map's classes and the gain decide the bits of the exported pixel mask.
 TEST(OrvaneReport, PixelMaskBitsFollowTheGainAndTheNeighbours) {
-    const auto map = orvane::test::MakeImage<unsigned char>(7, 1, {1, 1, 1, 1, 2, 0, 9});
-    const auto gain = orvane::test::MakeImage<float>(7, 1, {0.04f, 0.05f, 0.95f, 1.06f, 1.0f, 0.0f, 3.0f});
+    const auto map = MakeImage<unsigned char>(7, 1, {1, 1, 1, 1, 2, 0, 9});
+    const auto gain = MakeImage<float>(7, 1, {0.04f, 0.05f, 0.95f, 1.06f, 1.0f, 0.0f, 3.0f});
     EXPECT_EQ((std::vector<std::uint32_t>{1, 2, 8, 4, 8 | 32, 0, 4 | 32}), PixelMask(*map, gain.get()));
     EXPECT_EQ((std::vector<std::uint32_t>{8, 8, 8, 8, 8 | 32, 0, 8 | 32}), PixelMask(*map, nullptr));
 }
@@ -276,8 +259,7 @@ TEST(OrvaneReport, EvaluationCountsKindsPrecisionAndScaleFreeGainError) {
     kinds[0] = kinds[1] = static_cast<unsigned char>(DefectKind::Hot);
     kinds[2] = static_cast<unsigned char>(DefectKind::Dead);
     for (int x = 0; x < 4; ++x) kinds[8 + x] = static_cast<unsigned char>(DefectKind::Line);
-    truth.gain = MakeFilled(4, 3, 0.0f);
-    for (int i = 0; i < 12; ++i) truth.gain->GetData()[i] = 0.5f + 0.1f * static_cast<float>(i);
+    truth.gain = MakeImageOf<float>(4, 3, [](int x, int y) { return 0.5f + 0.1f * static_cast<float>(y * 4 + x); });
 
     CalibrationOutputs outputs;
     outputs.defects = MakeFilled<unsigned char>(4, 3, 0);
@@ -323,6 +305,8 @@ protected:
     const std::string dir = (scratch.Path() / "frames").string();  // not made yet
     // Model, width, height, seed, dark frames, doses, frames per dose.
     SimulationOptions options{"Rowan", 64, 48, 7, 3, 2, 2};
+    std::ostringstream log;
+    Progress progress{log, false, true};
 };
 
 TEST(ModelGeometryTest, LooksUpKeysModesAndWildcardsAndHoldsEveryLinearGainArea) {
@@ -381,8 +365,6 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
     EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), dir));
     fs::create_directories(dir);
     EXPECT_TRUE(Contains(ThrownText<InputError>([&] { ScanFrames(dir); }), "empty"));
-    std::ostringstream log;
-    Progress progress(log, false, true);
     WriteSimulatedSeries(options, dir, progress);
     const FrameSeries series = ScanFrames(dir);
     ASSERT_EQ(std::make_tuple(64, 48, size_t(3), size_t(2)),
@@ -438,12 +420,10 @@ TEST_F(SimulatorTest, WrittenSeriesAndTruthAreReadBackIdenticalAndScanNamesWhatI
 // Raw stacks carry no metadata: the frames take the documented defaults, and without
 // them the time grid fails saying what is missing. A failed step names its cause.
 TEST_F(SimulatorTest, FramesWithoutMetadataTakeTheDefaultsAndFailedStepsNameTheirCause) {
-    std::ostringstream log;
-    Progress progress(log, false, true);
     options.model = "Cedar";
     options.format = orvane::io::ImageFileFormat::Raw;
     WriteSimulatedSeries(options, dir, progress);
-    const FrameSeries series = ScanFrames(dir, RawLayoutOption("64x48:u16le"));
+    const FrameSeries series = ScanFrames(dir, {orvane::io::ParseRawLayout("64x48:u16le"), ""});
     EXPECT_TRUE(FrameReader(series).Read(series.darks[2])->GetProperties().empty());
     const ImagePtr<unsigned short> flat = FrameReader(series, {60.0, 31.5}).Read(series.doses[1][0]);
     EXPECT_EQ(60 * (3 + 2), flat->GetProperty<int>("image.time"));  // its place after 3 darks and 2 flats

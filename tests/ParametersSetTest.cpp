@@ -106,9 +106,7 @@ TEST(ParametersSet, NearestKeyTrialsOwnRowsAndRowsCopiedFromAncestorsOrDefaultCo
 }
 
 TEST(OffsetParameterSets, RowsOfTheTables) {
-    EXPECT_FLOAT_EQ(0.125f, s_OffsetDynamicParametersSet.lookup("Birch").Weight);
-    EXPECT_FLOAT_EQ(0.125f, s_OffsetDynamicParametersSet.lookup("Hazel.A12.m3").Weight);
-
+    for (const char* key : {"Birch", "Hazel.A12.m3"}) EXPECT_FLOAT_EQ(0.125f, s_OffsetDynamicParametersSet.lookup(key).Weight);
     for (const char* key : {"Birch", "Cedar", "Birch.x.m1"}) {
         const OffsetParameters& grid = s_OffsetTimeGridParametersSet.lookup(key);
         EXPECT_EQ(std::vector<float>({0.5f, 1.0f, 1.5f, 2.0f, 2.5f}), grid.TemperatureSteps) << key;

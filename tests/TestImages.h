@@ -45,6 +45,15 @@ ImagePtr<T> MakeFilled(int width, int height, T value) {
     return image;
 }
 
+// An image of width x height whose pixel (x, y) is value(x, y), made row after row.
+template <typename T, typename Value>
+ImagePtr<T> MakeImageOf(int width, int height, Value value) {
+    auto image = boost::make_shared<ImageAcquisition<T>>(width, height);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) image->GetData()[y * width + x] = static_cast<T>(value(x, y));
+    return image;
+}
+
 template <typename T>
 std::vector<T> Pixels(const ImagePtr<T>& image) {
     return std::vector<T>(image->GetData(), image->GetData() + image->GetPixelCount());
@@ -64,6 +73,9 @@ public:
 private:
     int handle;
 };
+
+// The lines a calibration logs for a step that succeeds, e.g. "CalibrationEcholine : Init".
+inline std::vector<std::string> Succeeded(const std::string& step) { return {"I " + step + "\n", "I " + step + " succeed\n"}; }
 
 // The names of the entries of `dir`, hidden ones included, sorted; none when `dir`
 // is no directory.

@@ -38,16 +38,13 @@ TEST(WorkImages, SlotsAreFilledInOrderCloseGivesEverythingBackAndMisuseFails) {
 
         images.Close();
         EXPECT_FALSE(images.IsOpen());
-        EXPECT_FALSE(first);
-        EXPECT_FALSE(second);
-        EXPECT_TRUE(collector->GetInUse().empty());
-        EXPECT_TRUE(collector->GetPool().empty());
+        EXPECT_FALSE(first || second);
+        EXPECT_TRUE(collector->GetInUse().empty() && collector->GetPool().empty());
 
         // Reopened, then closed by the destructor alone.
         images.Open(17, 3, 1, {&first});
         EXPECT_EQ(1u, collector->GetInUse().size());
     }
     EXPECT_FALSE(first);
-    EXPECT_TRUE(collector->GetInUse().empty());
-    EXPECT_TRUE(collector->GetPool().empty());
+    EXPECT_TRUE(collector->GetInUse().empty() && collector->GetPool().empty());
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <tuple>
 
 using namespace orvane::io;
 using namespace orvane::test;
@@ -73,23 +74,20 @@ TEST(Hdf5File, WritesStacksThatH5pyReadsBesideOtherDatasets) {
 
 TEST(Hdf5File, RefusesWhatItCannotReadInOneLine) {
     ScratchDirectory scratch;
-    H5py("odd.h5 /signed '<i2' 2x3x4");
-    H5py("odd.h5 /wide '<u4' 3x4");
-    H5py("odd.h5 /double '<f8' 3x4");
-    H5py("odd.h5 /cube '<u2' 2x2x3x4");
-    H5py("odd.h5 /bitshuffled '<u2' 2x3x4 chunks=1,3,4 filter=32008");
-    H5py("odd.h5 /huge '<u2' 1x100000x100000 chunks=1,100,100 empty");
-    const std::pair<const char*, std::string> refused[] = {
-        {"/signed", "holds 16-bit signed integers, not 8/16-bit unsigned integers or 32-bit floats"},
-        {"/wide", "holds 32-bit unsigned integers, not 8/16-bit unsigned integers or 32-bit floats"},
-        {"/double", "holds 64-bit floats, not 8/16-bit unsigned integers or 32-bit floats"},
-        {"/cube", "has 4 dimensions, not 2 (one frame) or 3 (frames x rows x columns)"},
-        {"/bitshuffled", "is compressed with filter 32008 (unnamed), which this HDF5 build lacks"},
-        {"/huge", "frames of 100000 x 100000 pixels are beyond what is read (at most 65535 a side and 268435456 "
-                  "pixels)"}};
-    for (const auto& refusal : refused) {
-        EXPECT_EQ("odd.h5:" + std::string(refusal.first) + ": " + refusal.second,
-                  Failure([&] { OpenHdf5Series("odd.h5", refusal.first); }));
+    // Each dataset of odd.h5, as h5py writes it, and why it is refused.
+    const std::tuple<std::string, const char*, std::string> refused[] = {
+        {"/signed", "'<i2' 2x3x4", "holds 16-bit signed integers, not 8/16-bit unsigned integers or 32-bit floats"},
+        {"/wide", "'<u4' 3x4", "holds 32-bit unsigned integers, not 8/16-bit unsigned integers or 32-bit floats"},
+        {"/double", "'<f8' 3x4", "holds 64-bit floats, not 8/16-bit unsigned integers or 32-bit floats"},
+        {"/cube", "'<u2' 2x2x3x4", "has 4 dimensions, not 2 (one frame) or 3 (frames x rows x columns)"},
+        {"/bitshuffled", "'<u2' 2x3x4 chunks=1,3,4 filter=32008",
+         "is compressed with filter 32008 (unnamed), which this HDF5 build lacks"},
+        {"/huge", "'<u2' 1x100000x100000 chunks=1,100,100 empty",
+         "frames of 100000 x 100000 pixels are beyond what is read (at most 65535 a side and 268435456 pixels)"}};
+    for (const auto& [dataset, layout, problem] : refused) {
+        H5py("odd.h5 " + dataset + " " + layout);
+        const std::string name = dataset;  // a lambda cannot capture a structured binding before C++20
+        EXPECT_EQ("odd.h5:" + name + ": " + problem, Failure([&] { OpenHdf5Series("odd.h5", name); }));
     }
     EXPECT_EQ("odd.h5: has no dataset '/x'", Failure([] { OpenHdf5Series("odd.h5", "x"); }));
     H5py("flat.h5 /theta '<f4' 3");

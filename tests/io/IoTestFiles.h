@@ -30,9 +30,7 @@ T TestPixel(int x, int y, int f) {
 
 template <typename T>
 ImagePtr<T> TestFrame(int width, int height, int f) {
-    auto image = MakeImage<T>(width, height);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) image->GetData()[y * width + x] = TestPixel<T>(x, y, f);
+    auto image = MakeImageOf<T>(width, height, [f](int x, int y) { return TestPixel<T>(x, y, f); });
     image->SetProperty("image.time", 60 * f + 7);
     image->SetProperty("image.temperature", 30.25 + f);
     return image;
