@@ -1,6 +1,7 @@
 // The `orvane` command: simulate a detector, calibrate it from frame files of any
-// format, run both as a demo against the simulator's ground truth, convert image files
-// between formats, and print parameter records.
+// format, correct frames with the references of a calibration, run all of it as a demo
+// against the simulator's ground truth, convert image files between formats, and print
+// parameter records.
 
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/DetectorSimulator.h"
@@ -13,6 +14,7 @@
 #include "apps/orvane/ReferenceExport.h"
 #include "apps/orvane/Progress.h"
 #include "apps/orvane/Report.h"
+#include "apps/orvane/SeriesCorrection.h"
 #include "apps/orvane/StagingFolder.h"
 #include "io/ImageFiles.h"
 #include "interfaces/logger.h"
@@ -342,6 +344,50 @@ int Demo(const std::vector<std::string>& args) {
     return FinishedRun(outputs);
 }
 
+int Correct(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string format, offset, gain, output, raw;
+    SeriesCorrectionRequest request;
+    options.add_options()("help,h", "show this help")(
+        "calibration", po::value(&request.calibration)->required(), "the folder `orvane calibrate` wrote")(
+        "in", po::value(&request.in)->required(), "the frames: a folder, an HDF5 file or one image file (see below)")(
+        "out", po::value(&request.out)->required(), "folder for the corrected series (new or empty)")(
+        "replace", "replace whatever the --out folder holds")(
+        "format", po::value(&format), "fxd, tiff, fits, hdf5 or raw (default: the input's)")(
+        "offset", po::value(&offset)->default_value("dynamic"),
+        "dynamic (offset-dynamic.fxd) or time-grid (offset-time-grid.fxd, blended at each frame's\n"
+        "image.temperature and image.time)")(
+        "gain", po::value(&gain)->default_value("linear"),
+        "linear (gain-linear.fxd), poly (gain-poly.fxd), poly-denoised (gain-poly-denoised.fxd) or none")(
+        "no-defects", "leave the pixels of defect-map.fxd as they are")(
+        "output", po::value(&output)->default_value("uint16"),
+        "uint16 (rounded, clamped to 0 .. 65535) or float32")(
+        "marks", "also write the 8-bit plane of replaced pixels per frame, as the series <series>-marks\n"
+                 "(0 good, 1 isolated, 2 in a line or column, 3 in a cluster, 255 left unreplaced)")(
+        "raw", po::value(&raw), "layout of raw files: WxH:TYPE[:HEADER]");
+    po::variables_map values;
+    if (Parse(args, options, {}, values, "usage: orvane correct --calibration DIR --in PATH --out DIR [options]")) {
+        std::cout << kLayouts;
+        return 0;
+    }
+    if (!format.empty()) request.format = FormatOption(format, true);
+    request.choice.offset = ParseOffsetChoice(offset);
+    request.choice.gain = ParseGainChoice(gain);
+    request.choice.defects = values.count("no-defects") == 0;
+    if (output != "uint16" && output != "float32") throw UsageError("bad --output \"" + output + "\" (uint16, float32)");
+    request.floatOutput = output == "float32";
+    request.marks = values.count("marks") > 0;
+    request.replace = values.count("replace") > 0;
+    request.open = RawOption(raw);
+    Progress progress = MakeProgress();
+    for (const SeriesTally& tally : CorrectSeries(request, progress)) {
+        std::cout << "  " << tally.name << ": " << tally.frames << " frames, " << tally.clamped << " clamped, "
+                  << tally.replaced << " replaced, " << tally.unreplaced << " unreplaced pixels\n";
+    }
+    std::cout << "corrected series: " << request.out << '\n';
+    return 0;
+}
+
 // Writes every frame of one image file (or HDF5 dataset) to another file, in the
 // format of its extension or of --format, with the frames' metadata.
 int Convert(const std::vector<std::string>& args) {
@@ -435,6 +481,7 @@ int main(int argc, char** argv) {
     try {
         if (command == "simulate") return Simulate(args);
         if (command == "calibrate") return Calibrate(args);
+        if (command == "correct") return Correct(args);
         if (command == "demo") return Demo(args);
         if (command == "convert") return Convert(args);
         if (command == "params") return Params(args);
