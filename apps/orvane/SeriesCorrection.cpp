@@ -112,7 +112,7 @@ private:
 class SeriesCorrector {
 public:
     SeriesCorrector(const SeriesCorrectionRequest& request, const FrameSeries& series, CorrectionReferences& references)
-        : request(request), reader(series), references(references) {
+        : reader(series), references(references) {
         const int width = series.width, height = series.height;
         if (request.floatOutput) {
             floatFrame = boost::make_shared<ImageAcquisition<float>>(width, height);
@@ -164,7 +164,6 @@ public:
     }
 
 private:
-    const SeriesCorrectionRequest& request;
     FrameReader reader;
     CorrectionReferences& references;
     ImagePtr<float> floatFrame;

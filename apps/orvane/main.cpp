@@ -4,6 +4,7 @@
 // parameter records.
 
 #include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/CorrectionCheck.h"
 #include "apps/orvane/DetectorSimulator.h"
 #include "apps/orvane/Evaluation.h"
 #include "apps/orvane/FrameSeries.h"
@@ -45,7 +46,7 @@ const char* const kUsage =
     "  simulate   write a synthetic series of dark and flat frames with its ground truth\n"
     "  calibrate  compute every calibration of a model from a series of frames\n"
     "  convert    write the frames of an image file in another format\n"
-    "  demo       simulate and calibrate the \"Birch\" panel, and compare with the truth\n"
+    "  demo       simulate, calibrate and correct the \"Birch\" panel, and compare with the truth\n"
     "  params     print the parameter records of every set for a key\n"
     "\n"
     "Run 'orvane <command> --help' for the options of a command.\n";
@@ -243,11 +244,19 @@ struct RunOptions {
     bool verbose = false;
 };
 
+// What the demo compares a run with: the simulator's truth, and its frames.
+struct DemoCheck {
+    const GroundTruth* truth = nullptr;
+    const DetectorSimulator* simulator = nullptr;
+    Evaluation evaluation;
+    CorrectionFigures correction;
+};
+
 // Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
-// log) into `out`. The evaluation, when given a truth, goes into the report too.
+// log) into `out`. Given a check, the evaluation and the correction of the middle
+// dose go into the report too.
 CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in, const std::string& out,
-                                 const RunOptions& run, Progress& progress, const GroundTruth* truth,
-                                 Evaluation* evaluation) {
+                                 const RunOptions& run, Progress& progress, DemoCheck* check) {
     const std::vector<std::string>& only = run.only;
     for (const std::string& step : only) {
         const std::vector<std::string>& names = CalibrationStepNames();
@@ -268,11 +277,13 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
         progress.Stage("writing the references as " + io::FormatName(run.format));
         ExportReferences(folder.Path(), outputs, run.format);
     }
-    if (truth) {
-        *evaluation = Evaluate(*truth, outputs);
+    if (check) {
+        check->evaluation = Evaluate(*check->truth, outputs);
+        check->correction = CheckCorrection(folder.Path(), model, series, *check->simulator, progress);
     }
     progress.Stage("report");
-    WriteReport(folder.Path(), model, outputs, truth ? evaluation : nullptr);
+    WriteReport(folder.Path(), model, outputs, check ? &check->evaluation : nullptr,
+                check ? &check->correction : nullptr);
     folder.Commit();
     return outputs;
 }
@@ -306,7 +317,7 @@ int Calibrate(const std::vector<std::string>& args) {
     if (values.count("temperature")) run.defaults.temperature = temperature;
     run.verbose = values.count("verbose") > 0;
     Progress progress = MakeProgress();
-    const CalibrationOutputs outputs = CalibrateInto(model, in, out, run, progress, nullptr, nullptr);
+    const CalibrationOutputs outputs = CalibrateInto(model, in, out, run, progress, nullptr);
     PrintSteps(std::cout, outputs);
     std::cout << "report: " << out << "/report.html\n";
     return FinishedRun(outputs);
@@ -332,14 +343,19 @@ int Demo(const std::vector<std::string>& args) {
         folder.Commit(true);  // the demo's own folder: an earlier run's frames go
     }
     const GroundTruth truth = LoadGroundTruth(frames);
-    Evaluation evaluation;
+    const DetectorSimulator simulator(simulation);  // renders the frames again, defect-free for the check
+    DemoCheck check;
+    check.truth = &truth;
+    check.simulator = &simulator;
     RunOptions run;
     run.verbose = values.count("verbose") > 0;
-    const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &truth, &evaluation);
+    const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &check);
     progress.Stage("done");
     PrintSteps(std::cout, outputs);
     std::cout << '\n';
-    PrintEvaluation(std::cout, evaluation);
+    PrintEvaluation(std::cout, check.evaluation);
+    std::cout << '\n';
+    PrintCorrection(std::cout, check.correction);
     std::cout << "\nreport: " << out << "/report.html\n";
     return FinishedRun(outputs);
 }
