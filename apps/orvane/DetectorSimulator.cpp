@@ -273,8 +273,10 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
 
     // Separable shading: a cosine bump (1.05 in the middle, 0.9 at the edges) and a tilt.
     const std::uint64_t columnKey = StreamKey(options.seed, kColumnStream);
-    std::vector<float> column(static_cast<std::size_t>(width)), shadeX(column.size()), tilt(column.size());
-    std::vector<float> shadeY(static_cast<std::size_t>(height));
+    column.resize(static_cast<std::size_t>(width));
+    shadeX.resize(column.size());
+    tilt.resize(column.size());
+    shadeY.resize(static_cast<std::size_t>(height));
     const float halfPi = 1.5707963f;
     for (int x = 0; x < width; ++x) {
         const float xn = (static_cast<float>(x) + 0.5f) / static_cast<float>(width) * 2.0f - 1.0f;
@@ -287,21 +289,19 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
         shadeY[static_cast<std::size_t>(y)] = std::cos(halfPi * yn);
     }
 
-    const std::uint64_t offsetKey = StreamKey(options.seed, kOffsetStream);
-    const std::uint64_t gainKey = StreamKey(options.seed, kGainStream);
+    offsetKey = StreamKey(options.seed, kOffsetStream);
+    gainKey = StreamKey(options.seed, kGainStream);
     const std::uint64_t defectKey = StreamKey(options.seed, kDefectStream);
     float* offset = truth.offset->GetData();
     float* gain = truth.gain->GetData();
     double sum = 0.0;
     for (int y = 0; y < height; ++y) {
         const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        const float sy = shadeY[static_cast<std::size_t>(y)];
         for (int x = 0; x < width; ++x) {
             const std::size_t p = row + static_cast<std::size_t>(x);
             const auto kind = static_cast<DefectKind>(kinds[p]);
-            float level = kDarkLevel + kFixedPatternSigma * Normal(Hash(offsetKey, p)) + column[static_cast<std::size_t>(x)];
-            float r = (0.9f + 0.15f * shadeX[static_cast<std::size_t>(x)] * sy + tilt[static_cast<std::size_t>(x)]) *
-                      (1.0f + 0.02f * Normal(Hash(gainKey, p)));
+            float level = BaseLevel(p, x);
+            float r = BaseResponse(p, x, y);
             switch (kind) {
                 case DefectKind::Hot: level += HotExcess(defectKey, p); break;
                 case DefectKind::Dead: r *= 0.01f + 0.03f * Uniform(Hash(defectKey, p)); break;
@@ -326,6 +326,7 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
         }
     }
     const float scale = static_cast<float>(static_cast<double>(count) / sum);
+    responseScale = scale;
     double loss = 0.0;  // mean of a * r^2: the non-linear loss is signal^2 times this
     for (std::size_t p = 0; p < count; ++p) {
         gain[p] *= scale;
@@ -339,9 +340,19 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
     }
 }
 
+float DetectorSimulator::BaseLevel(std::size_t p, int x) const {
+    return kDarkLevel + kFixedPatternSigma * Normal(Hash(offsetKey, p)) + column[static_cast<std::size_t>(x)];
+}
+
+float DetectorSimulator::BaseResponse(std::size_t p, int x, int y) const {
+    return (0.9f + 0.15f * shadeX[static_cast<std::size_t>(x)] * shadeY[static_cast<std::size_t>(y)] +
+            tilt[static_cast<std::size_t>(x)]) *
+           (1.0f + 0.02f * Normal(Hash(gainKey, p)));
+}
+
 ImagePtr<unsigned short> DetectorSimulator::Dark(int index) const {
     if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
-    return Frame(index, 0.0f);
+    return Frame(index, 0.0f, true);
 }
 
 ImagePtr<unsigned short> DetectorSimulator::Flat(int dose, int index) const {
@@ -349,10 +360,23 @@ ImagePtr<unsigned short> DetectorSimulator::Flat(int dose, int index) const {
         throw std::out_of_range("no flat frame " + std::to_string(index) + " of dose " + std::to_string(dose));
     }
     return Frame(options.darkFrames + (dose - 1) * options.framesPerDose + index,
-                 doseSignals[static_cast<std::size_t>(dose - 1)]);
+                 doseSignals[static_cast<std::size_t>(dose - 1)], true);
 }
 
-ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal) const {
+ImagePtr<unsigned short> DetectorSimulator::DarkWithoutDefects(int index) const {
+    if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
+    return Frame(index, 0.0f, false);
+}
+
+ImagePtr<unsigned short> DetectorSimulator::FlatWithoutDefects(int dose, int index) const {
+    if (dose < 1 || dose > options.doses || index < 0 || index >= options.framesPerDose) {
+        throw std::out_of_range("no flat frame " + std::to_string(index) + " of dose " + std::to_string(dose));
+    }
+    return Frame(options.darkFrames + (dose - 1) * options.framesPerDose + index,
+                 doseSignals[static_cast<std::size_t>(dose - 1)], false);
+}
+
+ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal, bool defects) const {
     const int width = options.width, height = options.height;
     auto image = boost::make_shared<ImageAcquisition<unsigned short>>(width, height);
     const float temperature = Temperature(acquisition);
@@ -370,10 +394,14 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal)
     const unsigned char* kinds = truth.defects->GetData();
     const float* r = response.data();
     unsigned short* out = image->GetData();
-    // The signal of pixel p: the response, less a small per-pixel quadratic loss.
-    auto lit = [signal, r, curveKey, kinds](std::size_t p) {
-        const float s = signal * r[p];
-        return s * (1.0f - Curvature(curveKey, p, kinds[p]) * s);
+    // Whether pixel p renders as it was before its defect was planted.
+    const auto clean = [defects, kinds](std::size_t p) { return !defects && kinds[p] != 0; };
+    // The signal of pixel p (column x, row y): the response, less a small per-pixel
+    // quadratic loss.
+    auto lit = [&](std::size_t p, int x, int y) {
+        const bool base = clean(p);
+        const float s = signal * (base ? BaseResponse(p, x, y) * responseScale : r[p]);
+        return s * (1.0f - Curvature(curveKey, p, base ? 0 : kinds[p]) * s);
     };
     auto store = [out](std::size_t p, float value) {
         out[p] = static_cast<unsigned short>(std::min(65535.0f, std::max(0.0f, value + 0.5f)));
@@ -381,19 +409,21 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal)
     const float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
     for (int y = 0; y < height; ++y) {
         const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        const std::size_t end = row + static_cast<std::size_t>(width);
         const bool echo = signal > 0.0f && echoRows[static_cast<std::size_t>(y)] != 0;
-        for (std::size_t p = row; p < end; ++p) {
+        for (int x = 0; x < width; ++x) {
+            const std::size_t p = row + static_cast<std::size_t>(x);
             float s = 0.0f;
             if (signal > 0.0f) {
-                s = lit(p);
-                if (echo) s += kEcho * lit(p - static_cast<std::size_t>(width));
+                s = lit(p, x, y);
+                if (echo) s += kEcho * lit(p - static_cast<std::size_t>(width), x, y - 1);
             }
-            float level = offset[p] + drift + s;
+            const bool base = clean(p);
+            float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
             float sigma = std::sqrt(darkVariance + 0.25f * s);
-            if (kinds[p] == static_cast<unsigned char>(DefectKind::Noisy)) {
+            const unsigned char kind = base ? 0 : kinds[p];
+            if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
                 sigma *= kNoisyFactor;
-            } else if (kinds[p] == static_cast<unsigned char>(DefectKind::Hot)) {
+            } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
                 level += hotGrowth * HotExcess(defectKey, p);
             }
             store(p, level + sigma * Normal(Hash(noiseKey, p)));

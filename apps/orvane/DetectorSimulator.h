@@ -38,11 +38,21 @@ public:
     const GroundTruth& Truth() const { return truth; }
     ImagePtr<unsigned short> Dark(int index) const;
     ImagePtr<unsigned short> Flat(int dose, int index) const;  // dose 1..doses
+    // The same frames, noise, drift and echo included, as if no pixel had a planted
+    // defect: every pixel has the dark level and response it had before its defect
+    // was planted. What a defective pixel would have read, to judge its replacement.
+    ImagePtr<unsigned short> DarkWithoutDefects(int index) const;
+    ImagePtr<unsigned short> FlatWithoutDefects(int dose, int index) const;
 
 private:
     // Acquisition `acquisition` (darks first, then the flats dose by dose), lit with
-    // the nominal signal `signal` (0 for a dark frame).
-    ImagePtr<unsigned short> Frame(int acquisition, float signal) const;
+    // the nominal signal `signal` (0 for a dark frame); without the planted defects
+    // when `defects` is false.
+    ImagePtr<unsigned short> Frame(int acquisition, float signal, bool defects) const;
+    // The dark level and the (normalised) response of pixel p in column x, row y before
+    // a defect is planted on it.
+    float BaseLevel(std::size_t p, int x) const;
+    float BaseResponse(std::size_t p, int x, int y) const;
 
     SimulationOptions options;
     GroundTruth truth;
@@ -50,6 +60,12 @@ private:
     std::vector<unsigned char> echoRows;  // 1 for a row that echoes the row above
     std::vector<float> doseSignals;       // nominal signal of each dose, lowest first
     std::uint64_t nonlinearityKey = 0;    // stream of the per-pixel non-linearity
+    std::uint64_t offsetKey = 0;          // streams of the fixed patterns
+    std::uint64_t gainKey = 0;
+    std::vector<float> column;            // column pattern of the dark level
+    std::vector<float> shadeX, tilt;      // shading along a row, per column
+    std::vector<float> shadeY;            // shading down a column, per row
+    float responseScale = 1.0f;           // normalises the truth gain to mean 1
 };
 
 // Writes every dark and flat frame of `options` and the ground truth into `dir`

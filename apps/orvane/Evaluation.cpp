@@ -91,21 +91,23 @@ FlatCheck MakeFlatCheck(const std::vector<FrameRef>& frames, FrameReader& reader
     return check;
 }
 
+ROI GainArea(const GainLinearParameters& record, int width, int height) {
+    const int x0 = std::min(width, static_cast<int>(static_cast<std::uint16_t>(record.X0)));
+    const int y0 = std::min(height, static_cast<int>(static_cast<std::uint16_t>(record.Y0)));
+    const int x1 = std::min(width, x0 + static_cast<int>(static_cast<std::uint16_t>(record.Width)));
+    const int y1 = std::min(height, y0 + static_cast<int>(static_cast<std::uint16_t>(record.Height)));
+    if (x1 <= x0 || y1 <= y0) {
+        return ROI(0, 0, static_cast<unsigned short>(height), static_cast<unsigned short>(width));
+    }
+    return ROI(static_cast<unsigned short>(y0), static_cast<unsigned short>(x0), static_cast<unsigned short>(y1 - y0),
+               static_cast<unsigned short>(x1 - x0));
+}
+
 double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition<unsigned short>& gainCodes,
                      const ImageAcquisition<unsigned char>* defects, const GainLinearParameters& record) {
     const int width = flat.GetWidth();
-    const int height = flat.GetHeight();
-    // The record's area as the calibration reads it: 16-bit fields, clipped to the frame.
-    int x0 = std::max(0, static_cast<int>(static_cast<std::uint16_t>(record.X0)));
-    int y0 = std::max(0, static_cast<int>(static_cast<std::uint16_t>(record.Y0)));
-    int x1 = std::min(width, x0 + static_cast<int>(static_cast<std::uint16_t>(record.Width)));
-    int y1 = std::min(height, y0 + static_cast<int>(static_cast<std::uint16_t>(record.Height)));
-    if (x1 <= x0 || y1 <= y0) {
-        x0 = 0;
-        y0 = 0;
-        x1 = width;
-        y1 = height;
-    }
+    const ROI area = GainArea(record, width, flat.GetHeight());
+    const int x0 = area.left, y0 = area.top, x1 = area.left + area.width, y1 = area.top + area.height;
     std::vector<float> values;
     values.reserve(static_cast<std::size_t>(x1 - x0) * static_cast<std::size_t>(y1 - y0));
     const unsigned char* map = defects ? defects->GetData() : nullptr;

@@ -42,6 +42,11 @@ struct FlatCheck {
 FlatCheck MakeFlatCheck(const std::vector<FrameRef>& frames, FrameReader& reader,
                         const ImageAcquisition<unsigned short>& offset, const boost::shared_ptr<ReferenceGainLinear>& gain);
 
+// The gain's normalising area in `record` as the calibration reads it (16-bit fields,
+// clipped to the frame), or the whole frame when that area is empty: the pixels the
+// linear gain corrects.
+ROI GainArea(const GainLinearParameters& record, int width, int height);
+
 // Robust sigma / mean (3-sigma rejection) of `flat` over the good pixels of the gain's
 // normalising area in `record` (the whole frame when that area is empty): 0 in
 // `defects` when given, with a usable (non-zero) stored gain code. NaN when no pixel

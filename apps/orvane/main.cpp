@@ -1,8 +1,10 @@
 // The `orvane` command: simulate a detector, calibrate it from frame files of any
-// format, run both as a demo against the simulator's ground truth, convert image files
-// between formats, and print parameter records.
+// format, correct frames with the references of a calibration, run all of it as a demo
+// against the simulator's ground truth, convert image files between formats, and print
+// parameter records.
 
 #include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/CorrectionCheck.h"
 #include "apps/orvane/DetectorSimulator.h"
 #include "apps/orvane/Evaluation.h"
 #include "apps/orvane/FrameSeries.h"
@@ -13,6 +15,7 @@
 #include "apps/orvane/ReferenceExport.h"
 #include "apps/orvane/Progress.h"
 #include "apps/orvane/Report.h"
+#include "apps/orvane/SeriesCorrection.h"
 #include "apps/orvane/StagingFolder.h"
 #include "io/ImageFiles.h"
 #include "interfaces/logger.h"
@@ -43,7 +46,7 @@ const char* const kUsage =
     "  simulate   write a synthetic series of dark and flat frames with its ground truth\n"
     "  calibrate  compute every calibration of a model from a series of frames\n"
     "  convert    write the frames of an image file in another format\n"
-    "  demo       simulate and calibrate the \"Birch\" panel, and compare with the truth\n"
+    "  demo       simulate, calibrate and correct the \"Birch\" panel, and compare with the truth\n"
     "  params     print the parameter records of every set for a key\n"
     "\n"
     "Run 'orvane <command> --help' for the options of a command.\n";
@@ -241,11 +244,19 @@ struct RunOptions {
     bool verbose = false;
 };
 
+// What the demo compares a run with: the simulator's truth, and its frames.
+struct DemoCheck {
+    const GroundTruth* truth = nullptr;
+    const DetectorSimulator* simulator = nullptr;
+    Evaluation evaluation;
+    CorrectionFigures correction;
+};
+
 // Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
-// log) into `out`. The evaluation, when given a truth, goes into the report too.
+// log) into `out`. Given a check, the evaluation and the correction of the middle
+// dose go into the report too.
 CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in, const std::string& out,
-                                 const RunOptions& run, Progress& progress, const GroundTruth* truth,
-                                 Evaluation* evaluation) {
+                                 const RunOptions& run, Progress& progress, DemoCheck* check) {
     const std::vector<std::string>& only = run.only;
     for (const std::string& step : only) {
         const std::vector<std::string>& names = CalibrationStepNames();
@@ -266,11 +277,13 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
         progress.Stage("writing the references as " + io::FormatName(run.format));
         ExportReferences(folder.Path(), outputs, run.format);
     }
-    if (truth) {
-        *evaluation = Evaluate(*truth, outputs);
+    if (check) {
+        check->evaluation = Evaluate(*check->truth, outputs);
+        check->correction = CheckCorrection(folder.Path(), model, series, *check->simulator, progress);
     }
     progress.Stage("report");
-    WriteReport(folder.Path(), model, outputs, truth ? evaluation : nullptr);
+    WriteReport(folder.Path(), model, outputs, check ? &check->evaluation : nullptr,
+                check ? &check->correction : nullptr);
     folder.Commit();
     return outputs;
 }
@@ -304,7 +317,7 @@ int Calibrate(const std::vector<std::string>& args) {
     if (values.count("temperature")) run.defaults.temperature = temperature;
     run.verbose = values.count("verbose") > 0;
     Progress progress = MakeProgress();
-    const CalibrationOutputs outputs = CalibrateInto(model, in, out, run, progress, nullptr, nullptr);
+    const CalibrationOutputs outputs = CalibrateInto(model, in, out, run, progress, nullptr);
     PrintSteps(std::cout, outputs);
     std::cout << "report: " << out << "/report.html\n";
     return FinishedRun(outputs);
@@ -330,16 +343,65 @@ int Demo(const std::vector<std::string>& args) {
         folder.Commit(true);  // the demo's own folder: an earlier run's frames go
     }
     const GroundTruth truth = LoadGroundTruth(frames);
-    Evaluation evaluation;
+    const DetectorSimulator simulator(simulation);  // renders the frames again, defect-free for the check
+    DemoCheck check;
+    check.truth = &truth;
+    check.simulator = &simulator;
     RunOptions run;
     run.verbose = values.count("verbose") > 0;
-    const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &truth, &evaluation);
+    const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &check);
     progress.Stage("done");
     PrintSteps(std::cout, outputs);
     std::cout << '\n';
-    PrintEvaluation(std::cout, evaluation);
+    PrintEvaluation(std::cout, check.evaluation);
+    std::cout << '\n';
+    PrintCorrection(std::cout, check.correction);
     std::cout << "\nreport: " << out << "/report.html\n";
     return FinishedRun(outputs);
+}
+
+int Correct(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string format, offset, gain, output, raw;
+    SeriesCorrectionRequest request;
+    options.add_options()("help,h", "show this help")(
+        "calibration", po::value(&request.calibration)->required(), "the folder `orvane calibrate` wrote")(
+        "in", po::value(&request.in)->required(), "the frames: a folder, an HDF5 file or one image file (see below)")(
+        "out", po::value(&request.out)->required(), "folder for the corrected series (new or empty)")(
+        "replace", "replace whatever the --out folder holds")(
+        "format", po::value(&format), "fxd, tiff, fits, hdf5 or raw (default: the input's)")(
+        "offset", po::value(&offset)->default_value("dynamic"),
+        "dynamic (offset-dynamic.fxd) or time-grid (offset-time-grid.fxd, blended at each frame's\n"
+        "image.temperature and image.time)")(
+        "gain", po::value(&gain)->default_value("linear"),
+        "linear (gain-linear.fxd), poly (gain-poly.fxd), poly-denoised (gain-poly-denoised.fxd) or none")(
+        "no-defects", "leave the pixels of defect-map.fxd as they are")(
+        "output", po::value(&output)->default_value("uint16"),
+        "uint16 (rounded, clamped to 0 .. 65535) or float32")(
+        "marks", "also write the 8-bit plane of replaced pixels per frame, as the series <series>-marks\n"
+                 "(0 good, 1 isolated, 2 in a line or column, 3 in a cluster, 255 left unreplaced)")(
+        "raw", po::value(&raw), "layout of raw files: WxH:TYPE[:HEADER]");
+    po::variables_map values;
+    if (Parse(args, options, {}, values, "usage: orvane correct --calibration DIR --in PATH --out DIR [options]")) {
+        std::cout << kLayouts;
+        return 0;
+    }
+    if (!format.empty()) request.format = FormatOption(format, true);
+    request.choice.offset = ParseOffsetChoice(offset);
+    request.choice.gain = ParseGainChoice(gain);
+    request.choice.defects = values.count("no-defects") == 0;
+    if (output != "uint16" && output != "float32") throw UsageError("bad --output \"" + output + "\" (uint16, float32)");
+    request.floatOutput = output == "float32";
+    request.marks = values.count("marks") > 0;
+    request.replace = values.count("replace") > 0;
+    request.open = RawOption(raw);
+    Progress progress = MakeProgress();
+    for (const SeriesTally& tally : CorrectSeries(request, progress)) {
+        std::cout << "  " << tally.name << ": " << tally.frames << " frames, " << tally.clamped << " clamped, "
+                  << tally.replaced << " replaced, " << tally.unreplaced << " unreplaced pixels\n";
+    }
+    std::cout << "corrected series: " << request.out << '\n';
+    return 0;
 }
 
 // Writes every frame of one image file (or HDF5 dataset) to another file, in the
@@ -435,6 +497,7 @@ int main(int argc, char** argv) {
     try {
         if (command == "simulate") return Simulate(args);
         if (command == "calibrate") return Calibrate(args);
+        if (command == "correct") return Correct(args);
         if (command == "demo") return Demo(args);
         if (command == "convert") return Convert(args);
         if (command == "params") return Params(args);
