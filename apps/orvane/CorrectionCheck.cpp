@@ -141,6 +141,7 @@ CorrectionFigures CheckCorrection(const std::string& dir, const std::string& mod
     figures.corrected = NewFloat(width, height);
     ImagePtr<float> plainFrame = NewFloat(width, height), fullFrame = NewFloat(width, height);
     ImagePtr<float> truthFrame = NewFloat(width, height);
+    ImagePtr<float> measured = NewFloat(width, height);
     auto marks = boost::make_shared<ImageAcquisition<unsigned char>>(width, height);
     std::vector<float> errors;
     const int count = width * height;
@@ -153,6 +154,9 @@ CorrectionFigures CheckCorrection(const std::string& dir, const std::string& mod
         *figures.raw->GetBuffer() += *raw->GetBuffer();
         *figures.offsetGain->GetBuffer() += *plainFrame->GetBuffer();
         *figures.corrected->GetBuffer() += *fullFrame->GetBuffer();
+        if (f == 0) {
+            *measured->GetBuffer() = *fullFrame->GetBuffer();
+        }
         const unsigned char* mark = marks->GetData();
         const float* value = fullFrame->GetData();
         const float* truth = truthFrame->GetData();
@@ -173,9 +177,9 @@ CorrectionFigures CheckCorrection(const std::string& dir, const std::string& mod
     figures.replacedErrorMedian = Quantile(errors, 0.5);
     figures.replacedError99 = Quantile(errors, 0.99);
 
-    progress.Stage("measuring the corrected flat");
+    progress.Stage("measuring the first corrected flat");
     const ROI area = GainArea(s_gainLinearParametersSet.lookup(model), width, height);
-    const float* pixels = figures.corrected->GetData();
+    const float* pixels = measured->GetData();
     const unsigned char* mark = marks->GetData();  // the same map for every frame
     std::vector<float> all, good;
     all.reserve(static_cast<std::size_t>(area.width) * area.height);
@@ -192,7 +196,7 @@ CorrectionFigures CheckCorrection(const std::string& dir, const std::string& mod
     figures.nonUniformityGood = Ratio(goodOnly.sigma, goodOnly.mean);
     figures.nonUniformityRatio = figures.nonUniformityAll / figures.nonUniformityGood;
     figures.area = area;
-    figures.outliers = Outliers(figures.corrected, area, kOutlierSigmas * whole.sigma);
+    figures.outliers = Outliers(measured, area, kOutlierSigmas * whole.sigma);
     figures.outlierFraction = static_cast<double>(figures.outliers) / static_cast<double>(all.size());
     return figures;
 }
@@ -205,7 +209,7 @@ void PrintCorrection(std::ostream& out, const CorrectionFigures& figures) {
     const auto met = [](bool yes) { return yes ? "met" : "NOT met"; };
     char line[200];
     out << "correction of the " << figures.frames << " flats of dose " << figures.dose
-        << " (each corrected, then averaged), over the gain area (top " << figures.area.top << ", left "
+        << " (measured on the first, corrected on its own), over the gain area (top " << figures.area.top << ", left "
         << figures.area.left << ", " << figures.area.height << " x " << figures.area.width << "):\n";
     std::snprintf(line, sizeof line, "%-32s %8.3f %%\n%-32s %8.3f %%\n%-32s %8.3f    (target <= %.1f: %s)\n",
                   "non-uniformity, all pixels", 100.0 * figures.nonUniformityAll, "non-uniformity, good pixels",

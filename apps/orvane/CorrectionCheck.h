@@ -14,9 +14,11 @@
 namespace orvane {
 namespace app {
 
-// How the correction of a calibration run does on the flats of the middle dose: each
-// flat corrected on its own (CorrectionChain, float output), then the corrected flats
-// averaged into one "corrected flat".
+// How the correction of a calibration run does on the flats of the middle dose, each
+// corrected on its own (CorrectionChain, float output). The flatness figures are
+// measured on one corrected flat, the dose's first, with its noise: the mean of the
+// dose's flats is what the linear gain was computed from, flat to the gain's coding,
+// and would hide what the correction leaves.
 struct CorrectionFigures {
     static constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
     std::string notMeasured;        // why the figures are missing, or ""
@@ -25,12 +27,12 @@ struct CorrectionFigures {
     // The figures below cover the pixels the linear gain corrects (GainArea, the whole
     // frame for most models), defects included unless said otherwise.
     ROI area;
-    // Robust sigma / mean (3-sigma rejection) of the corrected flat over every pixel,
+    // Robust sigma / mean (3-sigma rejection) of the first corrected flat over every pixel,
     // over the pixels good in the defect map, and all / good.
     double nonUniformityAll = kNaN;
     double nonUniformityGood = kNaN;
     double nonUniformityRatio = kNaN;
-    // Pixels of the corrected flat further than 5 robust sigmas (of all its pixels)
+    // Pixels of the first corrected flat further than 5 robust sigmas (of all its pixels)
     // from the median of their 7 x 7 neighbourhood, and their share of the area.
     long outliers = 0;
     double outlierFraction = kNaN;

@@ -255,7 +255,9 @@ std::string CorrectionSection(const CorrectionFigures& figures, const std::vecto
         return html.str();
     }
     html << "<p>The " << figures.frames << " flats of dose " << figures.dose
-         << " (the middle dose), each corrected on its own with the stores of this run, then averaged. "
+         << " (the middle dose), each corrected on its own with the stores of this run; the pictures show "
+            "their means, the figures are measured on the first corrected flat alone (the mean is what the "
+            "gain was computed from). "
          << "Figures over the area the linear gain corrects: top " << figures.area.top << ", left "
          << figures.area.left << ", " << figures.area.height << " &times; " << figures.area.width
          << " pixels, defects included unless said otherwise.</p>\n"
@@ -278,7 +280,7 @@ std::string CorrectionSection(const CorrectionFigures& figures, const std::vecto
          << Percent(figures.replacedErrorMedian) << ", 99th percentile " << Percent(figures.replacedError99)
          << "</td><td>" << figures.replacedSamples << " replaced, " << figures.unreplacedSamples
          << " left unreplaced</td></tr>\n</table>\n"
-         << "<p>Non-uniformity: robust standard deviation over mean of the corrected flat. Sigma of the 5-sigma "
+         << "<p>Non-uniformity: robust standard deviation over mean of the first corrected flat. Sigma of the 5-sigma "
             "test: that of all pixels. Truth: the same flats rendered without the planted defects, corrected "
             "with an offset and gain calibrated the same way from defect-free frames; error |replaced - true| / "
             "true over every replaced pixel of every flat.</p>\n";
@@ -398,7 +400,7 @@ std::string JsonCorrection(const CorrectionFigures& figures) {
         return json.str();
     }
     json << "    \"dose\": " << figures.dose << ",\n    \"frames\": " << figures.frames << ",\n"
-         << "    \"averaged\": \"each flat corrected, then averaged\",\n"
+         << "    \"measuredOn\": \"the first flat of the dose, corrected on its own\",\n"
          << "    \"nonUniformityAll\": " << JsonNumber(figures.nonUniformityAll) << ",\n"
          << "    \"nonUniformityGood\": " << JsonNumber(figures.nonUniformityGood) << ",\n"
          << "    \"nonUniformityRatio\": " << JsonNumber(figures.nonUniformityRatio) << ",\n"
