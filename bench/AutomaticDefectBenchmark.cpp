@@ -1,7 +1,9 @@
 // The moving-median pass of the automatic defect update: one pair of 3001 x 3001
-// frames with a 7 x 7 window over the whole frame, in megapixels per second.
+// frames with a 7 x 7 window over the whole frame, in megapixels per second, on one
+// and on two threads.
 
 #include "OrvaneCalibration.h"
+#include "ThreadScaling.h"
 #include "calibration/CalibrationAutomaticDefect.h"
 
 #include <benchmark/benchmark.h>
@@ -39,13 +41,11 @@ void BM_ProcessReferenceAndCumul(benchmark::State& state) {
     calibration.Init();
     const auto first = MakeFrame(1000, 1u);
     const auto second = MakeFrame(1000, 2u);
-    for (auto _ : state) {
-        calibration.ProcessReferenceAndCumul(first, second);
-    }
+    orvane::bench::RunWithThreads(state, "pair", [&] { calibration.ProcessReferenceAndCumul(first, second); });
     state.counters["MPixel/s"] =
         benchmark::Counter(kPixels * double(state.iterations()) / 1e6, benchmark::Counter::kIsRate);
 }
-BENCHMARK(BM_ProcessReferenceAndCumul)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ProcessReferenceAndCumul)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

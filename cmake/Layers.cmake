@@ -20,4 +20,6 @@ set(ORVANE_PRIVATE_HEADERS
     correction/CorrectionKernels.h
     correction/ReferenceFile.h
     parameters/MeasureGrid.h
-    parameters/ModeKeys.h)
+    parameters/ModeKeys.h
+    calibration/Median7x7.h
+    tools/VectorClones.h)

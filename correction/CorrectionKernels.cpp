@@ -2,17 +2,9 @@
 
 #include "interfaces/ReferenceException.h"
 #include "interfaces/ReferenceGainLinear.h"
+#include "tools/VectorClones.h"
 
 #include <string>
-
-// Each kernel is compiled twice, for AVX2 and for the baseline, and the loader picks
-// the one the processor runs. Both use the same IEEE operations (no contraction, no
-// reassociation), so they give the same bits; only the width of a step differs.
-#if defined(__x86_64__) && defined(__GNUC__)
-#define ORVANE_VECTOR_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define ORVANE_VECTOR_CLONES
-#endif
 
 namespace orvane {
 namespace detail {

@@ -7,7 +7,7 @@ packages=(
     build-essential g++ clang cmake ninja-build make
     libboost-dev libboost-program-options-dev libpng-dev
     libgtest-dev libgmock-dev googletest libbenchmark-dev
-    libtiff-dev libhdf5-dev libcfitsio-dev pkg-config
+    libtiff-dev libhdf5-dev libcfitsio-dev pkg-config libomp-dev
     python3 python3-numpy python3-tifffile python3-h5py python3-astropy
 )
 

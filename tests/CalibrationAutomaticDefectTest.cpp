@@ -1,6 +1,7 @@
 #include "TestImages.h"
 
 #include "calibration/CalibrationAutomaticDefect.h"
+#include "tools/Parallel.h"
 
 #include <gtest/gtest.h>
 
@@ -76,43 +77,49 @@ TEST(CalibrationAutomaticDefect, OnlyNewPixelsBeyondAThresholdInMinHitsPairsAreA
     EXPECT_EQ(f.Defects(), 4);
 }
 
-TEST(CalibrationAutomaticDefect, WindowIsReflectedInsideTheAreaAtEveryEdge) {
-    constexpr int width = 19, height = 16, k = 7;  // asymmetric thresholds pin second - first
-    std::mt19937 random(12345);
-    std::uniform_int_distribution<int> level(0, 999);
-    // The smallest area for k = 7 (4 x 4), a larger one off the frame's edges, the frame.
-    for (const ROI area : {ROI(5, 6, 4, 4), ROI(3, 2, 9, 11), ROI(0, 0, height, width)}) {
-        const auto first = MakeFilled<unsigned short>(width, height, 1000);
-        const auto second = MakeImageOf<unsigned short>(width, height, [&](int x, int y) {  // poison outside the area
-            const bool inside = y >= area.top && y < area.top + area.height && x >= area.left && x < area.left + area.width;
-            return inside ? 1000 + level(random) : 60000;
-        });
-        const auto diff = [&](int i) { return float(second->GetData()[i] - first->GetData()[i]); };
-        // Naive hits, a coordinate outside the area mirrored about its first or last index.
-        const auto mirror = [](int p, int n) { return p < 0 ? -p : (p > n - 1 ? (n - 1) - (p - (n - 1)) : p); };
-        Bytes expected(size_t(width * height), 0);
-        for (int r = 0; r < area.height; ++r) {
-            for (int c = 0; c < area.width; ++c) {
-                std::vector<float> window;
-                for (int dr = -k / 2; dr <= k / 2; ++dr)
-                    for (int dc = -k / 2; dc <= k / 2; ++dc)
-                        window.push_back(diff((area.top + mirror(r + dr, area.height)) * width + area.left +
-                                              mirror(c + dc, area.width)));
-                std::sort(window.begin(), window.end());
-                const int at = (area.top + r) * width + area.left + c;
-                const float d = diff(at) - window[window.size() / 2];
-                expected[size_t(at)] = d > 250.0f || d < -300.0f;
+// Rows are spread over threads: the hits are the same for any thread count.
+TEST(CalibrationAutomaticDefect, WindowIsReflectedInsideTheAreaAtEveryEdgeForAnyThreadCount) {
+    for (const int threads : {1, 2, 7}) {
+        orvane::SetThreadCount(threads);
+        SCOPED_TRACE(std::to_string(threads) + " threads");
+        constexpr int width = 19, height = 37, k = 7;  // asymmetric thresholds pin second - first
+        std::mt19937 random(12345);
+        std::uniform_int_distribution<int> level(0, 999);
+        // The smallest area for k = 7 (4 x 4), a larger one off the frame's edges, the frame.
+        for (const ROI area : {ROI(5, 6, 4, 4), ROI(3, 2, 9, 11), ROI(0, 0, height, width)}) {
+            const auto first = MakeFilled<unsigned short>(width, height, 1000);
+            const auto second = MakeImageOf<unsigned short>(width, height, [&](int x, int y) {  // poison outside the area
+                const bool inside = y >= area.top && y < area.top + area.height && x >= area.left && x < area.left + area.width;
+                return inside ? 1000 + level(random) : 60000;
+            });
+            const auto diff = [&](int i) { return float(second->GetData()[i] - first->GetData()[i]); };
+            // Naive hits, a coordinate outside the area mirrored about its first or last index.
+            const auto mirror = [](int p, int n) { return p < 0 ? -p : (p > n - 1 ? (n - 1) - (p - (n - 1)) : p); };
+            Bytes expected(size_t(width * height), 0);
+            for (int r = 0; r < area.height; ++r) {
+                for (int c = 0; c < area.width; ++c) {
+                    std::vector<float> window;
+                    for (int dr = -k / 2; dr <= k / 2; ++dr)
+                        for (int dc = -k / 2; dc <= k / 2; ++dc)
+                            window.push_back(diff((area.top + mirror(r + dr, area.height)) * width + area.left +
+                                                  mirror(c + dc, area.width)));
+                    std::sort(window.begin(), window.end());
+                    const int at = (area.top + r) * width + area.left + c;
+                    const float d = diff(at) - window[window.size() / 2];
+                    expected[size_t(at)] = d > 250.0f || d < -300.0f;
+                }
             }
+            AutoFixture f(Parameters(1, area, k, 250, -300), width, height);
+            f.calibration.ProcessReferenceAndCumul(first, second);
+            f.calibration.UpdateDefectMap();
+            Bytes found = Pixels(f.store->GetDM());
+            for (auto& v : found) v = v != 0;
+            EXPECT_EQ(found, expected) << "area " << area.top << "," << area.left;
+            const long hit = std::count(expected.begin(), expected.end(), 1);  // a sensitive share of the area
+            EXPECT_TRUE(hit * 4 > area.height * area.width && hit * 4 < 3 * area.height * area.width) << hit;
         }
-        AutoFixture f(Parameters(1, area, k, 250, -300), width, height);
-        f.calibration.ProcessReferenceAndCumul(first, second);
-        f.calibration.UpdateDefectMap();
-        Bytes found = Pixels(f.store->GetDM());
-        for (auto& v : found) v = v != 0;
-        EXPECT_EQ(found, expected) << "area " << area.top << "," << area.left;
-        const long hit = std::count(expected.begin(), expected.end(), 1);  // a sensitive share of the area
-        EXPECT_TRUE(hit * 4 > area.height * area.width && hit * 4 < 3 * area.height * area.width) << hit;
     }
+    orvane::SetThreadCount(0);
 }
 
 TEST(CalibrationAutomaticDefect, MergedStoreIsLoadedUpdatedSavedThenMergedAgain) {
