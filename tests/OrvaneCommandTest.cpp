@@ -51,6 +51,24 @@ void ExpectRefused(const std::vector<Refused>& cases) {
     }
 }
 
+// Store file -> the pixels of every frame, for each .fxd store in `dir`.
+std::map<std::string, std::vector<char>> StorePixels(const std::string& dir) {
+    std::map<std::string, std::vector<char>> stores;
+    for (const std::string& name : EntriesOf(dir)) {
+        if (fs::path(name).extension() != ".fxd") continue;
+        const auto source = orvane::io::OpenFxdSeries(dir + "/" + name);
+        std::vector<char>& pixels = stores[name];
+        for (int f = 0; f < source->Shape().frames; ++f) {
+            std::vector<char> frame(std::size_t(source->Shape().width) * source->Shape().height *
+                                    orvane::io::BytesPerPixel(source->Shape().pixel));
+            boost::property_tree::ptree properties;
+            source->ReadFrame(f, frame.data(), properties);
+            pixels.insert(pixels.end(), frame.begin(), frame.end());
+        }
+    }
+    return stores;
+}
+
 }  // namespace
 
 // One simulated series serves every run.
@@ -107,6 +125,7 @@ TEST(OrvaneCommand, SimulateCalibrateParamsAndBadInput) {
         {calibrate + "missing --out x", "missing"},
         {calibrate + frames + " --out x --only dm6,nonsense", "nonsense"},
         {"calibrate --model Birch", "--in"},
+        {"--threads 0 calibrate --model Birch --in " + frames + " --out x", "--threads"},
         {calibrate + frames + " --out x --only ,", "--only"},
         {"simulate --model " + std::string(kSmall) + " --out " + frames, "not empty"},  // frames beside frames
         {"params Birch --roi 1,2,3", "--roi"},
@@ -151,23 +170,21 @@ TEST(OrvaneCommand, EveryFormatOfTheSeriesGivesTheSameReferences) {
         // The HDF5 series is one file, series.h5, found in its folder.
         const Outcome run = Orvane(calibrate + " --in " + frames + " --out " + out + (std::string(format) == "raw" ? raw : ""));
         ASSERT_EQ(0, run.code) << run.err;
-        std::map<std::string, std::vector<char>> stores;
-        for (const std::string& name : EntriesOf(out)) {
-            if (fs::path(name).extension() != ".fxd") continue;
-            const auto source = orvane::io::OpenFxdSeries(out + "/" + name);
-            std::vector<char>& pixels = stores[name];
-            for (int f = 0; f < source->Shape().frames; ++f) {
-                std::vector<char> frame(std::size_t(source->Shape().width) * source->Shape().height *
-                                        orvane::io::BytesPerPixel(source->Shape().pixel));
-                boost::property_tree::ptree properties;
-                source->ReadFrame(f, frame.data(), properties);
-                pixels.insert(pixels.end(), frame.begin(), frame.end());
-            }
-        }
+        const auto stores = StorePixels(out);
         if (expected.empty()) expected = stores;
         EXPECT_EQ(5u, stores.size());
         EXPECT_TRUE(expected == stores);
     }
+
+    // Every calibration of the model gives the same stores on one thread and on three.
+    for (const char* threads : {"1", "3"}) {
+        const Outcome run = Orvane(std::string("--threads ") + threads + " calibrate --model '" + kSmall +
+                                   "' --in frames-fxd --out threads-" + threads);
+        ASSERT_EQ(0, run.code) << run.err;
+    }
+    const auto oneThread = StorePixels("threads-1");
+    EXPECT_GE(oneThread.size(), 5u);
+    EXPECT_TRUE(oneThread == StorePixels("threads-3"));
 
     // The references in the other formats, read by their own libraries' readers.
     for (const char* format : {"tiff", "fits", "hdf5"}) {

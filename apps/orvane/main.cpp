@@ -17,8 +17,9 @@
 #include "apps/orvane/Report.h"
 #include "apps/orvane/SeriesCorrection.h"
 #include "apps/orvane/StagingFolder.h"
-#include "io/ImageFiles.h"
 #include "interfaces/logger.h"
+#include "io/ImageFiles.h"
+#include "tools/Parallel.h"
 
 #include <boost/program_options.hpp>
 
@@ -40,16 +41,21 @@ namespace io = orvane::io;
 namespace {
 
 const char* const kUsage =
-    "usage: orvane <command> [options]\n"
+    "usage: orvane [--threads N] <command> [options]\n"
     "\n"
     "commands:\n"
     "  simulate   write a synthetic series of dark and flat frames with its ground truth\n"
     "  calibrate  compute every calibration of a model from a series of frames\n"
+    "  correct    apply the references of a calibration to every frame of a series\n"
     "  convert    write the frames of an image file in another format\n"
     "  demo       simulate, calibrate and correct the \"Birch\" panel, and compare with the truth\n"
     "  params     print the parameter records of every set for a key\n"
     "\n"
+    "--threads N  the threads of the parallel work (default: ORVANE_THREADS, else every core\n"
+    "             this process may use); results are the same for any number\n"
+    "\n"
     "Run 'orvane <command> --help' for the options of a command.\n";
+
 
 // Bad usage: reported like bad input.
 struct UsageError : InputError {
@@ -484,10 +490,39 @@ int Params(const std::vector<std::string>& args) {
     return 0;
 }
 
+// The leading "--threads N" (or "--threads=N"), removed from `args` and applied.
+void TakeThreads(std::vector<std::string>& args) {
+    if (args.empty() || args[0].rfind("--threads", 0) != 0) return;
+    std::string text;
+    std::size_t used = 1;
+    if (args[0] == "--threads") {
+        if (args.size() < 2) throw UsageError("--threads needs a number");
+        text = args[1];
+        used = 2;
+    } else if (args[0].rfind("--threads=", 0) == 0) {
+        text = args[0].substr(10);
+    } else {
+        return;
+    }
+    char* end = nullptr;
+    const long threads = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || threads < 1 || threads > 1024) {
+        throw UsageError("bad --threads \"" + text + "\" (a number from 1 to 1024)");
+    }
+    orvane::SetThreadCount(static_cast<int>(threads));
+    args.erase(args.begin(), args.begin() + static_cast<std::ptrdiff_t>(used));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-    const std::vector<std::string> all(argv + 1, argv + argc);
+    std::vector<std::string> all(argv + 1, argv + argc);
+    try {
+        TakeThreads(all);
+    } catch (const InputError& error) {
+        std::cerr << "orvane: " << error.what() << '\n';
+        return 2;
+    }
     if (all.empty() || all[0] == "--help" || all[0] == "-h" || all[0] == "help") {
         std::cout << kUsage;
         return all.empty() ? 2 : 0;
