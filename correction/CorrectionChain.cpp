@@ -3,10 +3,12 @@
 #include "correction/CorrectionKernels.h"
 #include "correction/OutputConversion.h"
 #include "interfaces/ReferenceException.h"
+#include "tools/Parallel.h"
 
 #include <boost/make_shared.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 namespace {
@@ -65,7 +67,7 @@ CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>&
     if (!raw || !out) {
         throw ReferenceException("CorrectionChain: Correct needs a frame and an output image");
     }
-    return Run(raw, out, nullptr, marks, nullptr);
+    return Run(raw, out, nullptr, marks);
 }
 
 CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>& raw,
@@ -78,14 +80,13 @@ CorrectionChain::Result CorrectionChain::Correct(const ImagePtr<unsigned short>&
     if (!work) {
         work = boost::make_shared<ImageAcquisition<float>>(width, height);
     }
-    const Result result = Run(raw, work, out->GetData(), marks, &flagged);
+    const Result result = Run(raw, work, out->GetData(), marks);
     out->GetProperties() = raw->GetProperties();
     return result;
 }
 
 CorrectionChain::Result CorrectionChain::Run(const ImagePtr<unsigned short>& raw, const ImagePtr<float>& out,
-                                             unsigned short* out16, const ImagePtr<unsigned char>& marks,
-                                             std::vector<int>* flaggedPixels) const {
+                                             unsigned short* out16, const ImagePtr<unsigned char>& marks) const {
     RequireOwnSize("the chain's references", raw->GetWidth(), raw->GetHeight());
     RequireOwnSize("an output", out->GetWidth(), out->GetHeight());
     if (marks) {
@@ -97,64 +98,70 @@ CorrectionChain::Result CorrectionChain::Run(const ImagePtr<unsigned short>& raw
     float* pixels = out->GetData();
     const unsigned short* linearCodes = gainLinear ? gainLinear->GetGainLinear()->GetData() : nullptr;
     const bool inverted = gainLinear && gainLinear->GetGainInversion();
-    Result result;
-    for (int first = 0; first < count; first += kBand) {
-        const int n = std::min(kBand, count - first);
+    const unsigned char* map = defectMap ? defectMap->GetData() : nullptr;
+    // Bands are independent and the clamp count is a sum of integers, so the split
+    // over threads changes nothing.
+    std::atomic<std::int64_t> clamped{0};
+    orvane::ParallelFor(count, kBand, [&](int first, int end) {
+        const int n = end - first;
         if (offset) {
             offset->CorrectSpan(in + first, pixels + first, first, n);
         } else {
-            std::copy(in + first, in + first + n, pixels + first);
+            std::copy(in + first, in + end, pixels + first);
         }
         if (linearCodes) {
             orvane::detail::ApplyGainLinear(pixels + first, linearCodes + first, inverted, n);
         } else if (gainPoly) {
             gainPoly->CorrectSpan(pixels + first, first, n);
         }
-        // The 16-bit output of a band while it is in cache; only flagged pixels change
-        // afterwards, and they are converted again below.
+        // The 16-bit output of a band while it is in cache. Only flagged pixels change
+        // afterwards: their clamps are taken back here and counted when they are
+        // converted again after the replacement.
         if (out16) {
-            result.clamped += orvane::detail::ConvertToUInt16(pixels + first, out16 + first, n);
+            std::int64_t band = orvane::detail::ConvertToUInt16(pixels + first, out16 + first, n);
+            if (map) {
+                band -= ConvertFlagged(map, pixels, out16, first, end);
+            }
+            clamped += band;
         }
-    }
+    });
     out->GetProperties() = raw->GetProperties();
 
-    if (!defectMap) {
+    Result result;
+    if (!map) {
         if (marks) {
             marks->Fill(DefectReplacement::kMarkGood);
         }
-        return result;
-    }
-    if (out16) {
-        CollectFlagged(*defectMap, *flaggedPixels);
-        for (const int i : *flaggedPixels) {
-            result.clamped -= orvane::detail::ConvertToUInt16(pixels + i, out16 + i, 1);
+    } else {
+        if (out16) {
+            // Each flagged pixel goes to 16 bits as soon as it has its value.
+            result.defects = replacement.Replace(out, defectMap, marks, [&](std::size_t i) {
+                if (orvane::detail::ConvertToUInt16(pixels[i], out16[i]) != 0) ++clamped;
+            });
+        } else {
+            result.defects = replacement.Replace(out, defectMap, marks);
         }
     }
-    result.defects = replacement.Replace(out, defectMap, marks);
-    if (out16) {
-        for (const int i : *flaggedPixels) {
-            result.clamped += orvane::detail::ConvertToUInt16(pixels + i, out16 + i, 1);
-        }
-    }
+    result.clamped = clamped.load();
     return result;
 }
 
-void CorrectionChain::CollectFlagged(const ImageAcquisition<unsigned char>& map, std::vector<int>& flaggedPixels) {
-    flaggedPixels.clear();
-    const unsigned char* m = map.GetData();
-    const int count = map.GetPixelCount();
-    int i = 0;
+std::int64_t CorrectionChain::ConvertFlagged(const unsigned char* map, const float* pixels, unsigned short* out16,
+                                             int first, int end) {
+    std::int64_t clamped = 0;
+    int i = first;
     // Eight map bytes at a time: most of a map is 0.
-    for (; i + 8 <= count; i += 8) {
+    for (; i + 8 <= end; i += 8) {
         std::uint64_t word;
-        std::memcpy(&word, m + i, sizeof word);
+        std::memcpy(&word, map + i, sizeof word);
         if (word != 0) {
             for (int j = i; j < i + 8; ++j) {
-                if (m[j] != 0) flaggedPixels.push_back(j);
+                if (map[j] != 0) clamped += orvane::detail::ConvertToUInt16(pixels[j], out16[j]);
             }
         }
     }
-    for (; i < count; ++i) {
-        if (m[i] != 0) flaggedPixels.push_back(i);
+    for (; i < end; ++i) {
+        if (map[i] != 0) clamped += orvane::detail::ConvertToUInt16(pixels[i], out16[i]);
     }
+    return clamped;
 }

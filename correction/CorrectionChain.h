@@ -11,7 +11,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 // Turns raw 16-bit frames into corrected frames, in this order:
 //   1. offset  out = raw - offset (OffsetCorrection), or out = raw without one;
@@ -19,10 +18,10 @@
 //              (GainPolyCorrection), or none;
 //   3. defects the flagged pixels of a defect map are replaced (DefectReplacement);
 //   4. output  float, or 16 bits rounded and clamped (OutputConversion).
-// Steps 1, 2 and the 16-bit output run band by band while a band is in cache, then
-// step 3 and the output of the pixels it replaced; every step keeps its own
-// arithmetic, so the result is that of the operations applied one after another,
-// bit for bit. The frame's properties go
+// Steps 1, 2 and the 16-bit output run band by band while a band is in cache, the
+// bands spread over threads (tools/Parallel.h), then step 3 and the output of the
+// pixels it replaced; every step keeps its own arithmetic, so the result is that of
+// the operations applied one after another, bit for bit, for any thread count. The frame's properties go
 // onto the output.
 // The offset, the linear gain and the defect map are read at each Correct; the
 // polynomial gain when it is set. Every reference must have the chain's size.
@@ -57,11 +56,13 @@ public:
 
 private:
     void RequireOwnSize(const char* what, int referenceWidth, int referenceHeight) const;
-    // Steps 1 to 3 into `out`, and the 16-bit output into `out16` when given, which
-    // then needs `flaggedPixels` as scratch.
+    // Steps 1 to 3 into `out`, and the 16-bit output into `out16` when given.
     Result Run(const ImagePtr<unsigned short>& raw, const ImagePtr<float>& out, unsigned short* out16,
-               const ImagePtr<unsigned char>& marks, std::vector<int>* flaggedPixels) const;
-    static void CollectFlagged(const ImageAcquisition<unsigned char>& map, std::vector<int>& flaggedPixels);
+               const ImagePtr<unsigned char>& marks) const;
+    // Converts the pixels first ... end - 1 flagged in `map` to 16 bits; gives how
+    // many of them were clamped.
+    static std::int64_t ConvertFlagged(const unsigned char* map, const float* pixels, unsigned short* out16,
+                                       int first, int end);
 
     int width;
     int height;
@@ -70,8 +71,7 @@ private:
     std::unique_ptr<GainPolyCorrection> gainPoly;
     ImagePtr<unsigned char> defectMap;
     DefectReplacement replacement;
-    ImagePtr<float> work;              // the float frame of the 16-bit output
-    std::vector<int> flagged;          // the pixels the defect map flags, per 16-bit Correct
+    ImagePtr<float> work;  // the float frame of the 16-bit output
 };
 
 #endif

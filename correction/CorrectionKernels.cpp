@@ -69,8 +69,6 @@ void ApplyGainPoly(float* pixels, const float* const* coefficients, int n, int c
     }
 }
 
-// In float lanes without rounding error: for 0 <= c < 2^24, t = trunc(c) and c - t
-// are exact, and floor(c + 0.5) is t + 1 exactly when c - t >= 0.5.
 ORVANE_VECTOR_CLONES
 std::int64_t ConvertToUInt16(const float* pixels, unsigned short* out, int count) {
     std::int64_t clamped = 0;
@@ -78,12 +76,7 @@ std::int64_t ConvertToUInt16(const float* pixels, unsigned short* out, int count
         const int last = first + 65536 < count ? first + 65536 : count;
         int clampedHere = 0;
         for (int i = first; i < last; ++i) {
-            const float x = pixels[i];
-            clampedHere += static_cast<int>(!(x >= -0.5f)) | static_cast<int>(x >= 65535.5f);
-            const float high = x < 65535.0f ? x : 65535.0f;
-            const float c = x > 0.0f ? high : 0.0f;
-            const int t = static_cast<int>(c);
-            out[i] = static_cast<unsigned short>(t + static_cast<int>(c - static_cast<float>(t) >= 0.5f));
+            clampedHere += ConvertToUInt16(pixels[i], out[i]);
         }
         clamped += clampedHere;
     }

@@ -28,6 +28,17 @@ void ApplyGainPoly(float* pixels, const float* const* coefficients, int n, int c
 // 0 or above 65535, and NaN ones.
 std::int64_t ConvertToUInt16(const float* pixels, unsigned short* out, int count);
 
+// The same for one pixel: 1 when it was clamped. In float without rounding error:
+// for 0 <= c < 2^24, t = trunc(c) and c - t are exact, and floor(c + 0.5) is t + 1
+// exactly when c - t >= 0.5.
+inline int ConvertToUInt16(float x, unsigned short& out) {
+    const float high = x < 65535.0f ? x : 65535.0f;
+    const float c = x > 0.0f ? high : 0.0f;
+    const int t = static_cast<int>(c);
+    out = static_cast<unsigned short>(t + static_cast<int>(c - static_cast<float>(t) >= 0.5f));
+    return static_cast<int>(!(x >= -0.5f)) | static_cast<int>(x >= 65535.5f);
+}
+
 // Raises ReferenceException "<who>: cannot correct a W x H frame with <what> of W x H"
 // unless the frame has the reference's size.
 void RequireSize(const char* who, const char* what, int width, int height, int referenceWidth,

@@ -1,17 +1,20 @@
 #include "correction/DefectReplacement.h"
 
 #include "interfaces/ReferenceException.h"
+#include "tools/Parallel.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <vector>
 
 namespace {
 
 const std::string kName = "DefectReplacement";
+constexpr int kRowsPerPiece = 64;
 
 std::string SizeText(int width, int height) {
     return std::to_string(width) + " x " + std::to_string(height);
@@ -73,12 +76,17 @@ int RunEnd(const unsigned char* row, int from, int width) {
     return x;
 }
 
-int ColumnRunEnd(const Panel& panel, int x, int top) {
-    int y = top;
-    while (y < panel.height && !panel.IsGood(x, y)) {
-        ++y;
+// The vertical run of flagged pixels through (x, y).
+Run ColumnRun(const Panel& panel, int x, int y) {
+    int top = y;
+    while (top > 0 && !panel.IsGood(x, top - 1)) {
+        --top;
     }
-    return y;
+    int end = y;
+    while (end < panel.height && !panel.IsGood(x, end)) {
+        ++end;
+    }
+    return Run{top, end};
 }
 
 // Linear interpolation across a run between the good pixel before it (at distance
@@ -197,6 +205,13 @@ DefectReplacement::DefectReplacement(const Options& options) : options(options) 
 DefectReplacement::Result DefectReplacement::Replace(const ImagePtr<float>& frame,
                                                      const ImagePtr<unsigned char>& map,
                                                      const ImagePtr<unsigned char>& marks) const {
+    return Replace(frame, map, marks, nullptr);
+}
+
+DefectReplacement::Result DefectReplacement::Replace(const ImagePtr<float>& frame,
+                                                     const ImagePtr<unsigned char>& map,
+                                                     const ImagePtr<unsigned char>& marks,
+                                                     const std::function<void(std::size_t)>& done) const {
     if (!frame) {
         throw ReferenceException(kName + ": Replace needs a frame");
     }
@@ -211,32 +226,47 @@ DefectReplacement::Result DefectReplacement::Replace(const ImagePtr<float>& fram
     const Panel panel{frame->GetData(), map->GetData(), frame->GetWidth(), frame->GetHeight()};
     unsigned char* markPixels = marks ? marks->GetData() : nullptr;
 
-    // The vertical run through each column's current flagged pixel, measured at its top.
-    std::vector<Run> columnRuns(static_cast<size_t>(panel.width), Run{0, 0});
+    // Pieces of rows spread over threads: a replacement reads only good pixels and
+    // writes only its own flagged one, and the counts are sums of integers, so the
+    // split changes nothing.
+    std::mutex resultLock;
     Result result;
-    for (int y = 0; y < panel.height; ++y) {
-        const unsigned char* row = panel.map + panel.Index(0, y);
-        for (int x = NextFlagged(row, 0, panel.width); x < panel.width;
-             x = NextFlagged(row, x, panel.width)) {
-            const Run horizontal{x, RunEnd(row, x, panel.width)};
-            for (; x < horizontal.end; ++x) {
-                Run& vertical = columnRuns[static_cast<size_t>(x)];
-                if (vertical.end <= y) {
-                    vertical = Run{y, ColumnRunEnd(panel, x, y)};
-                }
-                const unsigned char mark = ReplacePixel(panel, options, x, y, horizontal, vertical);
-                switch (mark) {
-                    case kMarkIsolated: ++result.replacedIsolated; break;
-                    case kMarkRun: ++result.replacedInRuns; break;
-                    case kMarkCluster: ++result.replacedInClusters; break;
-                    default: ++result.unreplaced; break;
-                }
-                if (markPixels) {
-                    markPixels[panel.Index(x, y)] = mark;
+    orvane::ParallelFor(panel.height, kRowsPerPiece, [&](int firstRow, int endRow) {
+        // The vertical run through each column's current flagged pixel, measured once.
+        std::vector<Run> columnRuns(static_cast<size_t>(panel.width), Run{0, 0});
+        Result piece;
+        for (int y = firstRow; y < endRow; ++y) {
+            const unsigned char* row = panel.map + panel.Index(0, y);
+            for (int x = NextFlagged(row, 0, panel.width); x < panel.width;
+                 x = NextFlagged(row, x, panel.width)) {
+                const Run horizontal{x, RunEnd(row, x, panel.width)};
+                for (; x < horizontal.end; ++x) {
+                    Run& vertical = columnRuns[static_cast<size_t>(x)];
+                    if (vertical.end <= y) {
+                        vertical = ColumnRun(panel, x, y);
+                    }
+                    const unsigned char mark = ReplacePixel(panel, options, x, y, horizontal, vertical);
+                    switch (mark) {
+                        case kMarkIsolated: ++piece.replacedIsolated; break;
+                        case kMarkRun: ++piece.replacedInRuns; break;
+                        case kMarkCluster: ++piece.replacedInClusters; break;
+                        default: ++piece.unreplaced; break;
+                    }
+                    if (markPixels) {
+                        markPixels[panel.Index(x, y)] = mark;
+                    }
+                    if (done) {
+                        done(panel.Index(x, y));
+                    }
                 }
             }
         }
-    }
+        const std::lock_guard<std::mutex> hold(resultLock);
+        result.replacedIsolated += piece.replacedIsolated;
+        result.replacedInRuns += piece.replacedInRuns;
+        result.replacedInClusters += piece.replacedInClusters;
+        result.unreplaced += piece.unreplaced;
+    });
     return result;
 }
 

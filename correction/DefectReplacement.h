@@ -4,6 +4,9 @@
 #include "image/ImageAcquisition.h"
 #include "interfaces/ReferenceDM.h"
 
+#include <cstddef>
+#include <functional>
+
 // Replaces the flagged pixels of a float frame, in place, from the good (unflagged)
 // pixels around them. A pixel whose map byte is nonzero is flagged. Only good pixels
 // are ever read and only flagged ones written, so the result does not depend on the
@@ -30,8 +33,10 @@
 //               w * value over the sum of w, in double, rounded to float.
 //   unreplaced  a cluster pixel with no good pixel within reach in any of the eight
 //               directions keeps its value.
-// The map is scanned once; each flagged pixel costs only local work (a column's
-// vertical run is measured once, at its top).
+// The map is scanned once, in pieces of rows spread over threads (tools/Parallel.h);
+// each flagged pixel costs only local work (a column's vertical run is measured once
+// per piece). Only good pixels are read and only flagged ones written, so the result
+// is the same for any thread count.
 class DefectReplacement {
 public:
     struct Options {
@@ -68,6 +73,11 @@ public:
     // raises ReferenceException and leaves every image as it was.
     Result Replace(const ImagePtr<float>& frame, const ImagePtr<unsigned char>& map,
                    const ImagePtr<unsigned char>& marks = ImagePtr<unsigned char>()) const;
+    // The same, calling done(i) once for every flagged pixel i (row-major index) when it
+    // has its final value, while it is still in cache; calls come from the threads the
+    // work runs on.
+    Result Replace(const ImagePtr<float>& frame, const ImagePtr<unsigned char>& map,
+                   const ImagePtr<unsigned char>& marks, const std::function<void(std::size_t)>& done) const;
     // The same with the live map of a defect-map store.
     Result Replace(const ImagePtr<float>& frame, ReferenceDM& store,
                    const ImagePtr<unsigned char>& marks = ImagePtr<unsigned char>()) const;

@@ -8,6 +8,7 @@
 #include "correction/TimeGridBlend.h"
 #include "interfaces/CorrectionGainLinear.h"
 #include "interfaces/ReferenceException.h"
+#include "tools/Parallel.h"
 
 #include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
@@ -80,12 +81,16 @@ unsigned short Rounded(float x) {
 
 }  // namespace
 
-TEST(CorrectionChain, EqualsTheOperationsAppliedOneAfterAnother) {
+// Bands and rows are spread over threads: the same bits for any thread count.
+TEST(CorrectionChain, EqualsTheOperationsAppliedOneAfterAnotherForAnyThreadCount) {
     Panel panel;
+    panel.raw->GetData()[70 * kWidth + 5] = 0;  // good pixels below their offset: clamped
+    panel.raw->GetData()[3 * kWidth + 120] = 0;
     for (const char* gainKind : {"none", "linear", "inverted", "poly"}) {
         for (const bool withOffset : {false, true}) {
             SCOPED_TRACE(std::string(gainKind) + (withOffset ? " with offset" : " without offset"));
             panel.gain->SetGainInversion(std::string(gainKind) == "inverted");
+            orvane::SetThreadCount(1);  // the reference: one operation after another, on one thread
             auto expected = MakeFilled<float>(kWidth, kHeight, 0.0f);
             auto expectedMarks = MakeFilled<unsigned char>(kWidth, kHeight, 9);
             CorrectionChain chain(kWidth, kHeight);
@@ -105,18 +110,25 @@ TEST(CorrectionChain, EqualsTheOperationsAppliedOneAfterAnother) {
             chain.SetDefects(panel.map);
             const auto replaced = DefectReplacement().Replace(expected, panel.map, expectedMarks);
 
-            auto out = MakeFilled<float>(kWidth, kHeight, 0.0f);
-            auto marks = MakeFilled<unsigned char>(kWidth, kHeight, 7);
-            const auto result = chain.Correct(panel.raw, out, marks);
-            EXPECT_TRUE(SameBits(out, expected));
-            EXPECT_TRUE(SameBits(marks, expectedMarks));
-            EXPECT_EQ(result.defects.replacedInRuns, replaced.replacedInRuns);
-            EXPECT_EQ(out->GetProperty<int>("image.time"), 1234);
-
-            auto out16 = MakeFilled<unsigned short>(kWidth, kHeight, 0);
             auto expected16 = MakeFilled<unsigned short>(kWidth, kHeight, 0);
-            EXPECT_EQ(chain.Correct(panel.raw, out16).clamped, OutputConversion::ToUInt16(expected, expected16));
-            EXPECT_TRUE(SameBits(out16, expected16));
+            const auto expectedClamped = OutputConversion::ToUInt16(expected, expected16);
+            EXPECT_EQ(expectedClamped, withOffset ? 2 : 0);
+            for (const int threads : {2, 7, 1}) {
+                orvane::SetThreadCount(threads);
+                SCOPED_TRACE(std::to_string(threads) + " threads");
+                auto out = MakeFilled<float>(kWidth, kHeight, 0.0f);
+                auto marks = MakeFilled<unsigned char>(kWidth, kHeight, 7);
+                const auto result = chain.Correct(panel.raw, out, marks);
+                EXPECT_TRUE(SameBits(out, expected));
+                EXPECT_TRUE(SameBits(marks, expectedMarks));
+                EXPECT_EQ(result.defects.replacedInRuns, replaced.replacedInRuns);
+                EXPECT_EQ(out->GetProperty<int>("image.time"), 1234);
+
+                auto out16 = MakeFilled<unsigned short>(kWidth, kHeight, 0);
+                EXPECT_EQ(chain.Correct(panel.raw, out16).clamped, expectedClamped);
+                EXPECT_TRUE(SameBits(out16, expected16));
+            }
+            orvane::SetThreadCount(0);
         }
     }
     panel.gain->SetGainInversion(false);
