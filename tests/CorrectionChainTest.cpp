@@ -58,6 +58,7 @@ struct Panel {
         flag(40, 10, 41, 10), flag(60, 30, 62, 32);                                 // a pair, a 3 x 3 cluster
         flag(0, 50, kWidth - 1, 50), flag(90, 0, 90, kHeight - 1);                  // a full line and column
         flag(10, 20, 35, 20), flag(110, 40, 110, 76);                               // partial runs, one at the edge
+        flag(20, 60, 20, 67);  // a short column across row 64, where a second thread's rows begin
         raw->SetProperty("image.time", 1234);
         const float coefficients[3] = {1.05f, -2e-6f, 3e-11f};
         for (int k = 0; k < 3; ++k) {
@@ -145,6 +146,9 @@ TEST(CorrectionChain, RestoresTheSignalOfAPanelWithPlantedDefects) {
     const auto result = chain.Correct(panel.raw, out, marks);
     EXPECT_EQ(result.clamped, 0);
     EXPECT_EQ(result.defects.unreplaced, 0);
+    for (int y = 60; y <= 67; ++y) {  // one column run, whichever thread takes its rows
+        EXPECT_EQ(marks->GetData()[y * kWidth + 20], DefectReplacement::kMarkRun) << "row " << y;
+    }
     for (int y = 0; y < kHeight; ++y) {
         for (int x = 0; x < kWidth; ++x) {
             const int i = y * kWidth + x;
