@@ -4,6 +4,7 @@
 // bytes the pass must move, measured in the same program: the float frame for the
 // replacement alone; frame in, offset, gain codes and frame out for the chain.
 
+#include "ThreadScaling.h"
 #include "correction/CorrectionChain.h"
 #include "correction/DefectReplacement.h"
 
@@ -71,24 +72,14 @@ double MemcpySeconds(size_t bytes) {
     return best;
 }
 
-template <typename Call>
-double SecondsPerIteration(benchmark::State& state, Call call) {
-    const auto start = std::chrono::steady_clock::now();
-    for (auto _ : state) {
-        call();
-        benchmark::ClobberMemory();
-    }
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() /
-           static_cast<double>(state.iterations());
-}
-
-void RunReplacement(benchmark::State& state, const ImagePtr<unsigned char>& map) {
+void RunReplacement(benchmark::State& state, const ImagePtr<unsigned char>& map, const char* name) {
     const auto frame = PanelFrame();
     const double memcpySeconds = MemcpySeconds(static_cast<size_t>(frame->GetPixelCount()) * sizeof(float));
     const DefectReplacement replacement;
     DefectReplacement::Result result;
     // Replacement reads only good pixels, so repeating it on one frame is the same work.
-    const double perFrame = SecondsPerIteration(state, [&] { result = replacement.Replace(frame, map); });
+    const double perFrame =
+        orvane::bench::RunWithThreads(state, name, [&] { result = replacement.Replace(frame, map); });
     state.counters["vs_memcpy"] = perFrame / memcpySeconds;
     state.counters["memcpy_ms"] = memcpySeconds * 1e3;
     state.counters["isolated"] = result.replacedIsolated;
@@ -98,15 +89,15 @@ void RunReplacement(benchmark::State& state, const ImagePtr<unsigned char>& map)
 }
 
 void BM_ReplaceDefects(benchmark::State& state) {
-    RunReplacement(state, PanelMap());
+    RunReplacement(state, PanelMap(), "flagged");
 }
-BENCHMARK(BM_ReplaceDefects)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ReplaceDefects)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // The scan alone: a map with nothing flagged.
 void BM_ReplaceDefectsCleanMap(benchmark::State& state) {
-    RunReplacement(state, boost::make_shared<ImageAcquisition<unsigned char>>(kSide, kSide));
+    RunReplacement(state, boost::make_shared<ImageAcquisition<unsigned char>>(kSide, kSide), "clean");
 }
-BENCHMARK(BM_ReplaceDefectsCleanMap)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ReplaceDefectsCleanMap)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 // A raw frame about 3000 counts above an offset near 1000, with the gain spread
 // around 1 that such a panel has.
@@ -152,8 +143,9 @@ void RunChain(benchmark::State& state, bool polynomial) {
     const size_t gainBytes = polynomial ? 3 * sizeof(float) : sizeof(unsigned short);
     const double movedSeconds = MemcpySeconds(pixels * (3 * sizeof(unsigned short) + gainBytes));
     const double linearSeconds = MemcpySeconds(pixels * 4 * sizeof(unsigned short));
-    CorrectionChain::Result result;
-    const double perFrame = SecondsPerIteration(state, [&] { result = chain.Correct(panel.raw, out); });
+    CorrectionChain::Result result = chain.Correct(panel.raw, out);  // the float frame's pages, once
+    const double perFrame = orvane::bench::RunWithThreads(state, polynomial ? "poly" : "linear",
+                                                          [&] { result = chain.Correct(panel.raw, out); });
     state.counters["vs_memcpy"] = perFrame / movedSeconds;
     state.counters["vs_linear_budget"] = perFrame / (2.5 * linearSeconds);
     state.counters["memcpy_ms"] = movedSeconds * 1e3;
@@ -163,10 +155,10 @@ void RunChain(benchmark::State& state, bool polynomial) {
 }
 
 void BM_ChainOffsetGainLinearDefects(benchmark::State& state) { RunChain(state, false); }
-BENCHMARK(BM_ChainOffsetGainLinearDefects)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ChainOffsetGainLinearDefects)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ChainOffsetGainPolyDefects(benchmark::State& state) { RunChain(state, true); }
-BENCHMARK(BM_ChainOffsetGainPolyDefects)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ChainOffsetGainPolyDefects)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

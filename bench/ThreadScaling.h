@@ -4,7 +4,7 @@
 // Benchmarks that take the thread count as their argument: ->Arg(1)->Arg(2).
 // RunWithThreads sets the library's thread count to state.range(0), times the loop
 // and, for more than one thread, reports "speedup" over the one-thread run of the
-// same benchmark (which must be listed first).
+// same benchmark (which must be listed first). It gives the seconds per iteration.
 
 #include "tools/Parallel.h"
 
@@ -18,7 +18,7 @@ namespace orvane {
 namespace bench {
 
 template <typename Iteration>
-void RunWithThreads(benchmark::State& state, const std::string& name, Iteration iteration) {
+double RunWithThreads(benchmark::State& state, const std::string& name, Iteration iteration) {
     static std::map<std::string, double> oneThreadSeconds;
     const int threads = static_cast<int>(state.range(0));
     orvane::SetThreadCount(threads);
@@ -35,6 +35,7 @@ void RunWithThreads(benchmark::State& state, const std::string& name, Iteration 
         state.counters["speedup"] = oneThreadSeconds[name] / seconds;
     }
     state.counters["threads"] = threads;
+    return seconds;
 }
 
 }  // namespace bench
