@@ -1,5 +1,6 @@
 // The `orvane` program run as a user runs it: exit codes, one-line errors that name
 // the file, and no half-written output after a failure.
+#include "OrvaneRun.h"
 #include "TestImages.h"
 #include "io/FxdFile.h"
 #include "io/ImageFiles.h"
@@ -12,31 +13,12 @@
 #include <fstream>
 #include <map>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 namespace fs = std::filesystem;
 using namespace orvane::test;
 
 namespace {
-
-struct Outcome {
-    int code = -1;
-    std::string out, err;  // stdout, stderr
-};
-
-// Runs the program with `arguments` (shell words) in the current directory.
-Outcome Orvane(const std::string& arguments) {
-    const std::string command = std::string(ORVANE_COMMAND) + " " + arguments + " >out.txt 2>err.txt";
-    const int status = std::system(command.c_str());
-    Outcome run;
-    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.out = ReadFile("out.txt");
-    run.err = ReadFile("err.txt");
-    return run;
-}
-
-const char* const kSmall = "Willow.*.m12";  // 396 x 396
 
 // Each run fails with exit code 2 and one line on stderr that mentions its text, and
 // leaves no output folder x nor file y.tif.

@@ -1,5 +1,6 @@
 // `orvane correct` run as a user runs it, and the correction figures of the demo on a
 // small panel.
+#include "OrvaneRun.h"
 #include "TestImages.h"
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/CorrectionCheck.h"
@@ -21,7 +22,6 @@
 #include <limits>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -29,23 +29,6 @@ using namespace orvane::test;
 using namespace orvane::app;
 
 namespace {
-
-struct Outcome {
-    int code = -1;
-    std::string out, err;
-};
-
-Outcome Orvane(const std::string& arguments) {
-    const std::string command = std::string(ORVANE_COMMAND) + " " + arguments + " >out.txt 2>err.txt";
-    const int status = std::system(command.c_str());
-    Outcome run;
-    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.out = ReadFile("out.txt");
-    run.err = ReadFile("err.txt");
-    return run;
-}
-
-const char* const kSmall = "Willow.*.m12";  // 396 x 396
 
 template <typename T>
 ImagePtr<T> ReadFrame(const std::string& path, int index = 0) {
