@@ -158,7 +158,13 @@ TEST(OrvaneCommand, EveryFormatOfTheSeriesGivesTheSameReferences) {
         EXPECT_TRUE(expected == stores);
     }
 
-    // Every calibration of the model gives the same stores on one thread and on three.
+    // The frames and every calibration of the model are the same on one thread and on three.
+    ASSERT_EQ(0, Orvane("--threads 3 " + simulate + " --out frames-threads").code);
+    for (const std::string& name : EntriesOf("frames-fxd")) {
+        if (fs::is_regular_file("frames-fxd/" + name)) {
+            EXPECT_EQ(ReadFile("frames-fxd/" + name), ReadFile("frames-threads/" + name)) << name;
+        }
+    }
     for (const char* threads : {"1", "3"}) {
         const Outcome run = Orvane(std::string("--threads ") + threads + " calibrate --model '" + kSmall +
                                    "' --in frames-fxd --out threads-" + threads);

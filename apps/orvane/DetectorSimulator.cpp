@@ -14,6 +14,7 @@
 #include "apps/orvane/InputError.h"
 #include "apps/orvane/ModelGeometry.h"
 #include "io/ImageFiles.h"
+#include "tools/Parallel.h"
 
 #include <boost/make_shared.hpp>
 
@@ -407,28 +408,31 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
         out[p] = static_cast<unsigned short>(std::min(65535.0f, std::max(0.0f, value + 0.5f)));
     };
     const float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
-    for (int y = 0; y < height; ++y) {
-        const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        const bool echo = signal > 0.0f && echoRows[static_cast<std::size_t>(y)] != 0;
-        for (int x = 0; x < width; ++x) {
-            const std::size_t p = row + static_cast<std::size_t>(x);
-            float s = 0.0f;
-            if (signal > 0.0f) {
-                s = lit(p, x, y);
-                if (echo) s += kEcho * lit(p - static_cast<std::size_t>(width), x, y - 1);
+    // Every pixel is a function of its own hashes: rows are made on any thread.
+    orvane::ParallelFor(height, 32, [&](int firstRow, int endRow) {
+        for (int y = firstRow; y < endRow; ++y) {
+            const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+            const bool echo = signal > 0.0f && echoRows[static_cast<std::size_t>(y)] != 0;
+            for (int x = 0; x < width; ++x) {
+                const std::size_t p = row + static_cast<std::size_t>(x);
+                float s = 0.0f;
+                if (signal > 0.0f) {
+                    s = lit(p, x, y);
+                    if (echo) s += kEcho * lit(p - static_cast<std::size_t>(width), x, y - 1);
+                }
+                const bool base = clean(p);
+                float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
+                float sigma = std::sqrt(darkVariance + 0.25f * s);
+                const unsigned char kind = base ? 0 : kinds[p];
+                if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
+                    sigma *= kNoisyFactor;
+                } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
+                    level += hotGrowth * HotExcess(defectKey, p);
+                }
+                store(p, level + sigma * Normal(Hash(noiseKey, p)));
             }
-            const bool base = clean(p);
-            float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
-            float sigma = std::sqrt(darkVariance + 0.25f * s);
-            const unsigned char kind = base ? 0 : kinds[p];
-            if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
-                sigma *= kNoisyFactor;
-            } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
-                level += hotGrowth * HotExcess(defectKey, p);
-            }
-            store(p, level + sigma * Normal(Hash(noiseKey, p)));
         }
-    }
+    });
     return image;
 }
 
