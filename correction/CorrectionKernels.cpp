@@ -19,13 +19,13 @@ inline void Subtract(const unsigned short* raw, const Offset* offset, float* out
 }
 
 template <int N>
-inline void Horner(float* pixels, const float* const* coefficients, int n, int count) {
+inline void Horner(float* pixels, const float* const* coefficients, int n, int first, int count) {
     const int terms = N > 0 ? N : n;
     for (int i = 0; i < count; ++i) {
         const double x = pixels[i];
         double y = 0.0;
         for (int k = terms - 1; k >= 0; --k) {
-            y = (y + coefficients[k][i]) * x;
+            y = (y + coefficients[k][first + i]) * x;
         }
         pixels[i] = static_cast<float>(y);
     }
@@ -61,11 +61,11 @@ void ApplyGainLinear(float* pixels, const unsigned short* codes, bool inverted, 
 }
 
 ORVANE_VECTOR_CLONES
-void ApplyGainPoly(float* pixels, const float* const* coefficients, int n, int count) {
+void ApplyGainPoly(float* pixels, const float* const* coefficients, int n, int first, int count) {
     if (n == 3) {
-        Horner<3>(pixels, coefficients, n, count);  // the calibrated polynomial
+        Horner<3>(pixels, coefficients, n, first, count);  // the calibrated polynomial
     } else {
-        Horner<0>(pixels, coefficients, n, count);
+        Horner<0>(pixels, coefficients, n, first, count);
     }
 }
 

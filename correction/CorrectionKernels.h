@@ -18,10 +18,11 @@ void SubtractOffset(const unsigned short* raw, const float* offset, float* out, 
 // linear gain, a float operation; 0 where the code is 0.
 void ApplyGainLinear(float* pixels, const unsigned short* codes, bool inverted, int count);
 
-// x -> c1 x + c2 x^2 + ... + cn x^n for `count` pixels, c_k = coefficients[k][i] for
-// pixel i: Horner's rule in double from the highest coefficient,
+// x -> c1 x + c2 x^2 + ... + cn x^n for the pixels first ... first + count - 1 of a
+// frame, `pixels` pointing at the first of them and c_k = coefficients[k][pixel]:
+// Horner's rule in double from the highest coefficient,
 // y = (((cn x + c(n-1)) x + ...) + c1) x, rounded to float once.
-void ApplyGainPoly(float* pixels, const float* const* coefficients, int n, int count);
+void ApplyGainPoly(float* pixels, const float* const* coefficients, int n, int first, int count);
 
 // The 16-bit output: round half up, floor(x + 0.5), then clamp to [0, 65535]; NaN
 // stores 0. Gives the number of clamped pixels: those whose rounded value lies below

@@ -18,6 +18,7 @@ GainPolyCorrection::GainPolyCorrection(const boost::shared_ptr<ReferenceGainPoly
     for (int k = 0; k < static_cast<int>(codes.size()); ++k) {
         coefficients.push_back(boost::make_shared<ImageAcquisition<float>>(width, height));
         store->DeCompressImage(k, codes[static_cast<size_t>(k)], coefficients.back());
+        coefficientData.push_back(coefficients.back()->GetData());
     }
 }
 
@@ -31,13 +32,6 @@ void GainPolyCorrection::Correct(const ImagePtr<float>& image) const {
 }
 
 void GainPolyCorrection::CorrectSpan(float* pixels, int first, int count) const {
-    const float* span[3];
-    if (coefficients.size() <= 3) {
-        for (size_t k = 0; k < coefficients.size(); ++k) span[k] = coefficients[k]->GetData() + first;
-        orvane::detail::ApplyGainPoly(pixels, span, static_cast<int>(coefficients.size()), count);
-        return;
-    }
-    std::vector<const float*> more;
-    for (const auto& c : coefficients) more.push_back(c->GetData() + first);
-    orvane::detail::ApplyGainPoly(pixels, more.data(), static_cast<int>(more.size()), count);
+    orvane::detail::ApplyGainPoly(pixels, coefficientData.data(), static_cast<int>(coefficientData.size()), first,
+                                  count);
 }

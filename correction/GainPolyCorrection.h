@@ -33,6 +33,7 @@ private:
     int width = 0;
     int height = 0;
     std::vector<ImagePtr<float>> coefficients;  // c_1 first
+    std::vector<const float*> coefficientData;  // their pixels
 };
 
 #endif

@@ -351,30 +351,27 @@ float DetectorSimulator::BaseResponse(std::size_t p, int x, int y) const {
            (1.0f + 0.02f * Normal(Hash(gainKey, p)));
 }
 
-ImagePtr<unsigned short> DetectorSimulator::Dark(int index) const {
-    if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
-    return Frame(index, 0.0f, true);
-}
+ImagePtr<unsigned short> DetectorSimulator::Dark(int index) const { return DarkFrame(index, true); }
 
-ImagePtr<unsigned short> DetectorSimulator::Flat(int dose, int index) const {
-    if (dose < 1 || dose > options.doses || index < 0 || index >= options.framesPerDose) {
-        throw std::out_of_range("no flat frame " + std::to_string(index) + " of dose " + std::to_string(dose));
-    }
-    return Frame(options.darkFrames + (dose - 1) * options.framesPerDose + index,
-                 doseSignals[static_cast<std::size_t>(dose - 1)], true);
-}
+ImagePtr<unsigned short> DetectorSimulator::Flat(int dose, int index) const { return FlatFrame(dose, index, true); }
 
-ImagePtr<unsigned short> DetectorSimulator::DarkWithoutDefects(int index) const {
-    if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
-    return Frame(index, 0.0f, false);
-}
+ImagePtr<unsigned short> DetectorSimulator::DarkWithoutDefects(int index) const { return DarkFrame(index, false); }
 
 ImagePtr<unsigned short> DetectorSimulator::FlatWithoutDefects(int dose, int index) const {
+    return FlatFrame(dose, index, false);
+}
+
+ImagePtr<unsigned short> DetectorSimulator::DarkFrame(int index, bool defects) const {
+    if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
+    return Frame(index, 0.0f, defects);
+}
+
+ImagePtr<unsigned short> DetectorSimulator::FlatFrame(int dose, int index, bool defects) const {
     if (dose < 1 || dose > options.doses || index < 0 || index >= options.framesPerDose) {
         throw std::out_of_range("no flat frame " + std::to_string(index) + " of dose " + std::to_string(dose));
     }
     return Frame(options.darkFrames + (dose - 1) * options.framesPerDose + index,
-                 doseSignals[static_cast<std::size_t>(dose - 1)], false);
+                 doseSignals[static_cast<std::size_t>(dose - 1)], defects);
 }
 
 ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal, bool defects) const {

@@ -45,6 +45,9 @@ public:
     ImagePtr<unsigned short> FlatWithoutDefects(int dose, int index) const;
 
 private:
+    // Dark frame `index` or flat `index` of `dose`, checked (std::out_of_range).
+    ImagePtr<unsigned short> DarkFrame(int index, bool defects) const;
+    ImagePtr<unsigned short> FlatFrame(int dose, int index, bool defects) const;
     // Acquisition `acquisition` (darks first, then the flats dose by dose), lit with
     // the nominal signal `signal` (0 for a dark frame); without the planted defects
     // when `defects` is false.
