@@ -13,6 +13,7 @@
 #include <limits>
 #include <memory>
 #include <utility>
+#include <vector>
 
 namespace orvane {
 namespace detail {
@@ -29,14 +30,6 @@ inline float QuantisedLevel(double q) {
     const bool inRange = q > -2147483649.0 && q < 2147483648.0;
     return static_cast<float>(inRange ? static_cast<std::int32_t>(q)
                                       : std::numeric_limits<std::int32_t>::min());
-}
-
-// KeepInRange in place with the band (float)(centre -+ t), t = (float)(factor * spread).
-inline int KeepAround(float* values, int count, float centre, int factor, float spread) {
-    const float t = static_cast<float>(static_cast<double>(factor) * spread);
-    const float low = static_cast<float>(static_cast<double>(centre) - t);
-    const float high = static_cast<float>(static_cast<double>(centre) + t);
-    return KeepInRange(values, values, static_cast<unsigned>(count), low, high);
 }
 
 }  // namespace
@@ -156,66 +149,122 @@ int KeepInRange(const float* source, float* target, unsigned count, float low, f
     return static_cast<int>(kept);
 }
 
-void MeanAndSigma(const float* values, int count, float& mean, float& sigma) {
-    double sum = 0.0;
-    for (int i = 0; i < count; ++i) {
-        sum += values[i];
+namespace {
+
+// The sum in double, in index order, of the values in [low, high] (NaN dropped), each
+// copied to the next place of target as it is taken; gives how many. target may be
+// source. Keeping and summing in one pass gives the sum a later pass would.
+int KeepInRangeAndSum(const float* source, float* target, unsigned count, float low, float high,
+                      double& sum) {
+    unsigned kept = 0;
+    double s = 0.0;
+    for (unsigned i = 0; i < count; ++i) {
+        const float v = source[i];
+        if (low <= v && v <= high) {
+            target[kept++] = v;
+            s += v;
+        }
     }
-    const float m = static_cast<float>(sum / count);
+    sum = s;
+    return static_cast<int>(kept);
+}
+
+// sigma from the mean m and the values, as MeanAndSigma gives it.
+float SigmaAround(const float* values, int count, float m) {
     double squares = 0.0;
     for (int i = 0; i < count; ++i) {
         const double d = static_cast<float>(static_cast<double>(values[i]) - m);
         squares += d * d;
     }
-    mean = m;
-    sigma = static_cast<float>(std::sqrt(squares / count));
+    return static_cast<float>(std::sqrt(squares / count));
 }
 
-namespace {
-
-// The rejection loop of ClippedMean (WatchMean) and ClippedSigma: keep the values
-// within sigmaFactor sigmas of the mean, take mean and sigma again, and go on while
-// the watched quantity moved by at least `tolerance` of itself and sigma > 0. The
-// mean's change is rounded to float before the test, the sigma's is not. A round
-// that keeps every value ends the loop: every later round would be the same.
-template <bool WatchMean>
-float ClipIteratively(float* values, int count, int sigmaFactor, float tolerance) {
-    float mean;
-    float sigma;
-    MeanAndSigma(values, count, mean, sigma);
-    for (;;) {
-        const float previous = WatchMean ? mean : sigma;
-        const int kept = orvane::detail::KeepAround(values, count, mean, sigmaFactor, sigma);
+// One rejection whose rounds ClippedMean and ClippedSigma share: both keep the values
+// within sigmaFactor sigmas of the mean and take mean and sigma again; they differ
+// only in when they stop. Each goes on while its watched quantity moved by at least
+// `tolerance` of itself and sigma > 0 (the mean's change is rounded to float before
+// the test, the sigma's is not). A round that keeps every value ends both: every
+// later round would be the same. `values` holds `count` values whose sum in double,
+// in index order, is `sum`; they are shortened in place as the sigma's rejection
+// alone would leave them (the mean's, when only the mean is asked for). Rounds of the
+// mean after the sigma has stopped run on a copy.
+void ClipIteratively(float* values, int count, double sum, int sigmaFactor, float tolerance,
+                     float* mean, float* sigma) {
+    float m = static_cast<float>(sum / count);
+    float s = SigmaAround(values, count, m);
+    bool meanRuns = mean != nullptr;
+    bool sigmaRuns = sigma != nullptr;
+    std::vector<float> copy;
+    while (meanRuns || sigmaRuns) {
+        if (sigma != nullptr && !sigmaRuns && copy.empty()) {
+            copy.assign(values, values + count);
+            values = copy.data();
+        }
+        const float t = static_cast<float>(static_cast<double>(sigmaFactor) * s);
+        const float low = static_cast<float>(static_cast<double>(m) - t);
+        const float high = static_cast<float>(static_cast<double>(m) + t);
+        const int kept = KeepInRangeAndSum(values, values, static_cast<unsigned>(count), low, high, sum);
         if (kept == count) {
-            return previous;
+            if (meanRuns) *mean = m;
+            if (sigmaRuns) *sigma = s;
+            return;
         }
         count = kept;
-        MeanAndSigma(values, count, mean, sigma);
-        const float current = WatchMean ? mean : sigma;
-        const double difference = std::fabs(static_cast<double>(previous) - static_cast<double>(current));
-        const double change = WatchMean ? static_cast<double>(static_cast<float>(difference)) : difference;
-        if (!(change >= static_cast<double>(previous) * tolerance && sigma > 0.0f)) {
-            return current;
+        const float previousMean = m;
+        const float previousSigma = s;
+        m = static_cast<float>(sum / count);
+        s = SigmaAround(values, count, m);
+        if (meanRuns) {
+            const double change = static_cast<float>(
+                std::fabs(static_cast<double>(previousMean) - static_cast<double>(m)));
+            if (!(change >= static_cast<double>(previousMean) * tolerance && s > 0.0f)) {
+                *mean = m;
+                meanRuns = false;
+            }
+        }
+        if (sigmaRuns) {
+            const double change = std::fabs(static_cast<double>(previousSigma) - static_cast<double>(s));
+            if (!(change >= static_cast<double>(previousSigma) * tolerance && s > 0.0f)) {
+                *sigma = s;
+                sigmaRuns = false;
+            }
         }
     }
 }
 
+double Sum(const float* values, int count) {
+    double sum = 0.0;
+    for (int i = 0; i < count; ++i) {
+        sum += values[i];
+    }
+    return sum;
+}
+
 }  // namespace
 
+void MeanAndSigma(const float* values, int count, float& mean, float& sigma) {
+    mean = static_cast<float>(Sum(values, count) / count);
+    sigma = SigmaAround(values, count, mean);
+}
+
 float ClippedMean(float* values, int count, int sigmaFactor, float tolerance) {
-    return ClipIteratively<true>(values, count, sigmaFactor, tolerance);
+    float mean;
+    ClipIteratively(values, count, Sum(values, count), sigmaFactor, tolerance, &mean, nullptr);
+    return mean;
 }
 
 float ClippedSigma(float* values, int count, int sigmaFactor, float tolerance) {
-    return ClipIteratively<false>(values, count, sigmaFactor, tolerance);
+    float sigma;
+    ClipIteratively(values, count, Sum(values, count), sigmaFactor, tolerance, nullptr, &sigma);
+    return sigma;
 }
 
+// Both rejections start from the same kept values, so they run as one.
 void ComputeGFAMeanAndSigma(const float* values, float* scratch, unsigned count, int sigmaFactor,
                             float tolerance, float low, float high, float& mean, float& sigma) {
-    int kept = KeepInRange(values, scratch, count, low, high);
-    mean = ClippedMean(scratch, kept, sigmaFactor, tolerance);
-    kept = KeepInRange(values, scratch, count, low, high);
-    sigma = ClippedSigma(scratch, kept, sigmaFactor, tolerance);
+    double sum;
+    const int kept = KeepInRangeAndSum(values, scratch, count, low, high, sum);
+    ClipIteratively(scratch, kept, sum, sigmaFactor, tolerance, &mean, &sigma);
 }
 
 void ComputeGFAMeanAndSigma(const float* values, unsigned count, int sigmaFactor, float tolerance,

@@ -66,9 +66,10 @@ float ClippedMean(float* values, int count, int sigmaFactor, float tolerance);
 // and sigma stays above 0. Gives the last sigma. `values` is reordered and shortened.
 float ClippedSigma(float* values, int count, int sigmaFactor, float tolerance);
 
-// Robust mean and sigma: the values inside [low, high] (NaN dropped) are copied to
-// scratch (count floats) for ClippedMean, then copied again for ClippedSigma; so mean
-// and sigma come from separate rejections. `values` is not changed.
+// Robust mean and sigma: ClippedMean and ClippedSigma of the values inside [low, high]
+// (NaN dropped), each as if run on its own copy of them in scratch (count floats);
+// scratch ends as ClippedSigma leaves it. The two rejections share their rounds until
+// one stops, so they run as one. `values` is not changed.
 void ComputeGFAMeanAndSigma(const float* values, float* scratch, unsigned count, int sigmaFactor,
                             float tolerance, float low, float high, float& mean, float& sigma);
 

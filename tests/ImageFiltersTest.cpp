@@ -329,11 +329,19 @@ TEST(MeanAndSigma, PopulationSigmaWithSumsInDoubleClippedRejectionRoundsAndTheBa
     // The clipped ones follow the loop round for round, also for means at or below zero and zero tolerance.
     for (unsigned seed = 1; seed <= 4; ++seed) {
         for (float tolerance : {0.0001f, 0.01f, 0.2f}) {
-            const Floats values = NoisyWithOutliers(seed, seed * 40.0f - 50, 5, 300);
-            const int factor = 2 + seed % 2;
-            const Floats expected = {NaiveClipped(values, factor, tolerance, false),
-                                     NaiveClipped(values, factor, tolerance, true)};
-            EXPECT_EQ(expected, Clipped(values, factor, tolerance));
+            for (int factor : {1, 2, 3}) {
+                const Floats values = NoisyWithOutliers(seed, seed * 40.0f - 50, 5, 300);
+                const Floats expected = {NaiveClipped(values, factor, tolerance, false),
+                                         NaiveClipped(values, factor, tolerance, true)};
+                EXPECT_EQ(expected, Clipped(values, factor, tolerance));
+                // Run as one rejection, whichever stops first; scratch ends as ClippedSigma leaves it.
+                Floats scratch(values.size()), alone = values, results(2);
+                ComputeGFAMeanAndSigma(values.data(), scratch.data(), 300, factor, tolerance, -1e9f, 1e9f,
+                                       results[0], results[1]);
+                EXPECT_EQ(expected, results);
+                ClippedSigma(alone.data(), 300, factor, tolerance);
+                EXPECT_EQ(alone, scratch);
+            }
         }
     }
     // By hand: mean 109 and sigma 297 drop 1000 at 2 sigmas, and sigma becomes 0; without 100 the
