@@ -2,9 +2,11 @@
 
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
+#include "tools/Parallel.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -72,12 +74,140 @@ void CheckFit(const ImageAcquisition<float>& source, const ImageAcquisition<floa
     }
 }
 
+// The levels of the area's pixels, row after row, when every one lies in
+// 0 .. levels - 1; otherwise an empty array.
+template <typename Level>
+std::vector<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& area, long stride,
+                              int levels) {
+    std::vector<Level> result(static_cast<size_t>(area.width) * area.height);
+    std::atomic<bool> valid{true};
+    orvane::ParallelFor(area.height, 64, [&](int firstRow, int endRow) {
+        bool rowsValid = true;
+        for (int r = firstRow; r < endRow; ++r) {
+            const float* const row = source.GetData() + (area.top + r) * stride + area.left;
+            Level* const out = result.data() + static_cast<size_t>(r) * area.width;
+            for (int c = 0; c < area.width; ++c) {
+                const std::int32_t v = Level(row[c]);
+                rowsValid &= v >= 0 && v < levels;
+                out[c] = static_cast<Level>(v);
+            }
+        }
+        if (!rowsValid) valid = false;
+    });
+    if (!valid) result.clear();
+    return result;
+}
+
+// The histogram walk of RunHighPassMedian on levels known to be valid, with a window
+// of at least two pixels: no failure can occur (a walk down stops at level -1 at the
+// latest, where nothing is at or below, and a walk up at levels - 1, where all is),
+// so rows run without checks, and on every core: each row starts its walk afresh.
+template <typename Level, typename Count, typename Combine>
+void RunValidRows(const std::vector<Level>& levelsOfArea, const ImagePtr<float>& image, ROI area,
+                  int windowWidth, int windowHeight, float slope, float offset, int levels,
+                  const Combine& combine, bool parallel) {
+    const int width = area.width;
+    const int height = area.height;
+    const long stride = image->GetWidth();
+    const int hw = (windowWidth - 1) / 2;
+    const int hh = (windowHeight - 1) / 2;
+    const std::int32_t half = windowWidth * windowHeight / 2;
+    const auto rows = [&](int firstRow, int endRow) {
+        std::vector<Count> histogram(static_cast<size_t>(levels));
+        std::vector<const Level*> windowRows(static_cast<size_t>(windowHeight));
+        for (int r = firstRow; r < endRow; ++r) {
+            for (int j = 0; j < windowHeight; ++j) {
+                windowRows[j] = levelsOfArea.data() + static_cast<size_t>(Reflect(r - hh + j, height)) * width;
+            }
+            float* const line = image->GetData() + (area.top + r) * stride + area.left;
+            for (const Level* row : windowRows) {
+                for (int i = 0; i < windowWidth; ++i) {
+                    ++histogram[row[Reflect(i - hw, width)]];
+                }
+            }
+            std::int32_t median = -1;
+            std::int32_t below = 0;
+            for (int c = 0; c < width; ++c) {
+                if (c > 0) {
+                    const int x0 = c - hw;
+                    const int out = Reflect(x0 - 1, width);
+                    const int in = Reflect(x0 + windowWidth - 1, width);
+                    for (const Level* row : windowRows) {
+                        const std::int32_t vOut = row[out];
+                        const std::int32_t vIn = row[in];
+                        --histogram[vOut];
+                        ++histogram[vIn];
+                        below += (vIn <= median) - (vOut <= median);
+                    }
+                    while (below > half) {
+                        below -= histogram[median];
+                        --median;
+                    }
+                }
+                while (below < half) {
+                    below += histogram[++median];
+                }
+                const float m = static_cast<float>(
+                    static_cast<double>(static_cast<float>(median)) / slope + offset);
+                line[c] = combine(line[c], m);
+            }
+            // Empty the histogram for the next row: the last window leaves it.
+            const int x0 = width - 1 - hw;
+            for (const Level* row : windowRows) {
+                for (int i = 0; i < windowWidth; ++i) {
+                    --histogram[row[Reflect(x0 + i, width)]];
+                }
+            }
+        }
+    };
+    if (parallel) {
+        orvane::ParallelFor(height, 16, rows);
+    } else {
+        rows(0, height);
+    }
+}
+
+// The checked walk below, or, when every level is valid, the window holds at least
+// two pixels and the images do not overlap, the same walk without checks on compact
+// levels. Gives false when the checked walk must run.
+template <typename Combine>
+bool RunWithoutFailure(const ImagePtr<float>& source, const ImagePtr<float>& image, ROI area,
+                       int windowWidth, int windowHeight, float slope, float offset, int levels,
+                       const Combine& combine, bool parallel) {
+    // Writes into the source would change later windows: that stays with the checked walk.
+    const float* const from = source->GetData();
+    const float* const to = image->GetData();
+    const bool overlap = from < to + image->GetPixelCount() && to < from + source->GetPixelCount();
+    if (static_cast<long long>(windowWidth) * windowHeight < 2 || levels <= 0 || overlap) {
+        return false;
+    }
+    const long stride = image->GetWidth();
+    const bool smallWindow = windowWidth * windowHeight <= std::numeric_limits<std::uint16_t>::max();
+    if (levels <= 65536) {
+        const auto compact = AreaLevels<std::uint16_t>(*source, area, stride, levels);
+        if (compact.empty()) return false;
+        if (smallWindow) {
+            RunValidRows<std::uint16_t, std::uint16_t>(compact, image, area, windowWidth, windowHeight, slope,
+                                                       offset, levels, combine, parallel);
+        } else {
+            RunValidRows<std::uint16_t, std::int32_t>(compact, image, area, windowWidth, windowHeight, slope,
+                                                      offset, levels, combine, parallel);
+        }
+        return true;
+    }
+    const auto wide = AreaLevels<std::int32_t>(*source, area, stride, levels);
+    if (wide.empty()) return false;
+    RunValidRows<std::int32_t, std::int32_t>(wide, image, area, windowWidth, windowHeight, slope, offset,
+                                             levels, combine, parallel);
+    return true;
+}
+
 // The histogram walk of one call; Combine is any callable float(float p, float m), so
 // the three fixed forms run without an indirect call per pixel.
 template <typename Combine>
 void RunHighPassMedian(const ImagePtr<float>& source, const ImagePtr<float>& image, ROI area,
                        int windowWidth, int windowHeight, float slope, float offset, int levels,
-                       const Combine& combine) {
+                       const Combine& combine, bool parallel) {
     if (!source || !image || !source->GetData() || !image->GetData()) {
         LogAndThrow<CalibrationException>(kNullPointer, __FILE__, __LINE__);
     }
@@ -87,6 +217,10 @@ void RunHighPassMedian(const ImagePtr<float>& source, const ImagePtr<float>& ima
         return;
     }
     CheckFit(*source, *image, area, windowWidth, windowHeight);
+    if (RunWithoutFailure(source, image, area, windowWidth, windowHeight, slope, offset, levels, combine,
+                          parallel)) {
+        return;
+    }
 
     const long stride = image->GetWidth();
     const int hw = (windowWidth - 1) / 2;
@@ -170,7 +304,7 @@ void HighPassMedian(const ImagePtr<float>& source, const ImagePtr<float>& image,
         LogAndThrow<CalibrationException>(orvane::detail::kNullPointer, __FILE__, __LINE__);
     }
     orvane::detail::RunHighPassMedian(source, image, area, windowWidth, windowHeight, slope, offset,
-                                      levels, combine);
+                                      levels, combine, false);
 }
 
 void HighPassMedianSubtract(const ImagePtr<float>& source, const ImagePtr<float>& image, ROI area,
@@ -179,7 +313,7 @@ void HighPassMedianSubtract(const ImagePtr<float>& source, const ImagePtr<float>
     orvane::detail::LogInfo("High Pass Median Subtract");
     orvane::detail::RunHighPassMedian(
         source, image, area, windowWidth, windowHeight, slope, offset, levels,
-        [](float p, float m) { return static_cast<float>(static_cast<double>(p) - m); });
+        [](float p, float m) { return static_cast<float>(static_cast<double>(p) - m); }, true);
 }
 
 void HighPassMedianDivide(const ImagePtr<float>& source, const ImagePtr<float>& image, ROI area,
@@ -190,7 +324,8 @@ void HighPassMedianDivide(const ImagePtr<float>& source, const ImagePtr<float>& 
         source, image, area, windowWidth, windowHeight, slope, offset, levels,
         [](float p, float m) {
             return m == 0.0f ? 0.0f : static_cast<float>(static_cast<double>(p) / m);
-        });
+        },
+        true);
 }
 
 void HighPassMedianDivideLog(const ImagePtr<float>& source, const ImagePtr<float>& image, ROI area,
@@ -206,5 +341,6 @@ void HighPassMedianDivideLog(const ImagePtr<float>& source, const ImagePtr<float
             const float shifted = static_cast<float>(std::fabs(static_cast<double>(ratio)) + 1.0);
             const float logarithm = static_cast<float>(std::log(static_cast<double>(shifted)));
             return static_cast<float>(static_cast<double>(logarithm) * factor);
-        });
+        },
+        true);
 }

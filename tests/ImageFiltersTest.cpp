@@ -3,6 +3,7 @@
 #include "calibration/HighPassMedian.h"
 #include "calibration/ImageStatistics.h"
 #include "tools/ImageFilters.h"
+#include "tools/Parallel.h"
 
 #include <gtest/gtest.h>
 
@@ -374,22 +375,27 @@ TEST(HighPassMedian, SubtractMatchesTheSortedWindowsDivideTestsTheMedianAndFailu
     unsigned seed = 1;
     for (const auto& w : windows) {
         for (const ROI& area : {ROI(0, 0, 17, 23), ROI(0, 0, 9, 12), ROI(8, 11, 9, 12), ROI(4, 5, 8, 10)}) {
-            for (int levels : {7, 300}) {
+            for (int levels : {7, 300, 70000}) {
                 SCOPED_TRACE(testing::Message() << w.first << "x" << w.second << " " << levels);
                 // About 60% zeros for 7 levels; a 1 x 1 window must meet no zero after column 0.
                 const int from = w.first * w.second == 1 ? 1 : (levels == 7 ? -9 : 0);
                 const auto source = RandomLevels(23, 17, from, levels - 1, ++seed);
-                const auto image = RandomLevels(23, 17, 0, 999, ++seed);
+                const auto pixels = Pixels(RandomLevels(23, 17, 0, 999, ++seed));
                 const auto sourceBefore = Pixels(source);
-                auto expected = Pixels(image);
-                HighPassMedianSubtract(source, image, area, w.first, w.second, slope, offset, levels);
+                auto expected = pixels;
                 const auto medians = NaiveLevels(source, area, w.first, w.second);
                 for (int r = 0, k = 0; r < area.height; ++r)
                     for (int c = 0; c < area.width; ++c, ++k)
                         expected[(area.top + r) * 23 + area.left + c] -=
                             static_cast<float>(medians[k] / double(slope) + offset);
-                EXPECT_EQ(expected, Pixels(image));
-                EXPECT_EQ(sourceBefore, Pixels(source));
+                for (int threads : {1, 2, 7}) {  // rows go to threads in pieces of 16
+                    orvane::SetThreadCount(threads);
+                    const auto image = Image(23, 17, pixels);
+                    HighPassMedianSubtract(source, image, area, w.first, w.second, slope, offset, levels);
+                    EXPECT_EQ(expected, Pixels(image));
+                    EXPECT_EQ(sourceBefore, Pixels(source));
+                }
+                orvane::SetThreadCount(0);
             }
         }
     }
