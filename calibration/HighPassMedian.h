@@ -19,8 +19,11 @@
 // exactly half the window at or below it; with a 1 x 1 window it stays at level 0,
 // and a sample of level 0 after the first column fails as "too low".
 //
-// Pixels outside the area and all of `source` stay unchanged; pixels already replaced
-// stay so after a failure. `source` and `image` must be different images. Failures
+// Rows are independent (each walk starts afresh), so the three fixed forms below
+// spread them over the library's threads; HighPassMedian calls `combine` on the
+// calling thread only. Pixels outside the area and all of `source` stay unchanged;
+// pixels already replaced stay so after a failure. `source` and `image` must be
+// different images. Failures
 // (CalibrationException): missing pixels; a sample outside the levels or a median
 // level outside them (each after an error line naming the pixel); and, so that every
 // read stays inside the images, an area outside `image` or `source`, or a window
