@@ -1,9 +1,10 @@
 #include "calibration/HighPassMedian.h"
 
+#include "image/PixelStorage.h"
+#include "interfaces/CalibrationException.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
 #include "tools/Parallel.h"
-#include "interfaces/CalibrationException.h"
 
 #include <algorithm>
 #include <atomic>
@@ -75,17 +76,17 @@ void CheckFit(const ImageAcquisition<float>& source, const ImageAcquisition<floa
 }
 
 // The levels of the area's pixels, row after row, when every one lies in
-// 0 .. levels - 1; otherwise an empty array.
+// 0 .. levels - 1; otherwise none.
 template <typename Level>
-std::vector<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& area, long stride,
-                              int levels) {
-    std::vector<Level> result(static_cast<size_t>(area.width) * area.height);
+PixelArray<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& area, long stride,
+                             int levels) {
+    PixelArray<Level> result = AllocatePixels<Level>(static_cast<size_t>(area.width) * area.height);
     std::atomic<bool> valid{true};
     orvane::ParallelFor(area.height, 64, [&](int firstRow, int endRow) {
         bool rowsValid = true;
         for (int r = firstRow; r < endRow; ++r) {
             const float* const row = source.GetData() + (area.top + r) * stride + area.left;
-            Level* const out = result.data() + static_cast<size_t>(r) * area.width;
+            Level* const out = result.get() + static_cast<size_t>(r) * area.width;
             for (int c = 0; c < area.width; ++c) {
                 const std::int32_t v = Level(row[c]);
                 rowsValid &= v >= 0 && v < levels;
@@ -94,7 +95,7 @@ std::vector<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& 
         }
         if (!rowsValid) valid = false;
     });
-    if (!valid) result.clear();
+    if (!valid) result.reset();
     return result;
 }
 
@@ -103,7 +104,7 @@ std::vector<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& 
 // latest, where nothing is at or below, and a walk up at levels - 1, where all is),
 // so rows run without checks, and on every core: each row starts its walk afresh.
 template <typename Level, typename Count, typename Combine>
-void RunValidRows(const std::vector<Level>& levelsOfArea, const ImagePtr<float>& image, ROI area,
+void RunValidRows(const Level* levelsOfArea, const ImagePtr<float>& image, ROI area,
                   int windowWidth, int windowHeight, float slope, float offset, int levels,
                   const Combine& combine, bool parallel) {
     const int width = area.width;
@@ -117,7 +118,7 @@ void RunValidRows(const std::vector<Level>& levelsOfArea, const ImagePtr<float>&
         std::vector<const Level*> windowRows(static_cast<size_t>(windowHeight));
         for (int r = firstRow; r < endRow; ++r) {
             for (int j = 0; j < windowHeight; ++j) {
-                windowRows[j] = levelsOfArea.data() + static_cast<size_t>(Reflect(r - hh + j, height)) * width;
+                windowRows[j] = levelsOfArea + static_cast<size_t>(Reflect(r - hh + j, height)) * width;
             }
             float* const line = image->GetData() + (area.top + r) * stride + area.left;
             for (const Level* row : windowRows) {
@@ -185,19 +186,19 @@ bool RunWithoutFailure(const ImagePtr<float>& source, const ImagePtr<float>& ima
     const bool smallWindow = windowWidth * windowHeight <= std::numeric_limits<std::uint16_t>::max();
     if (levels <= 65536) {
         const auto compact = AreaLevels<std::uint16_t>(*source, area, stride, levels);
-        if (compact.empty()) return false;
+        if (!compact) return false;
         if (smallWindow) {
-            RunValidRows<std::uint16_t, std::uint16_t>(compact, image, area, windowWidth, windowHeight, slope,
+            RunValidRows<std::uint16_t, std::uint16_t>(compact.get(), image, area, windowWidth, windowHeight, slope,
                                                        offset, levels, combine, parallel);
         } else {
-            RunValidRows<std::uint16_t, std::int32_t>(compact, image, area, windowWidth, windowHeight, slope,
+            RunValidRows<std::uint16_t, std::int32_t>(compact.get(), image, area, windowWidth, windowHeight, slope,
                                                       offset, levels, combine, parallel);
         }
         return true;
     }
     const auto wide = AreaLevels<std::int32_t>(*source, area, stride, levels);
-    if (wide.empty()) return false;
-    RunValidRows<std::int32_t, std::int32_t>(wide, image, area, windowWidth, windowHeight, slope, offset,
+    if (!wide) return false;
+    RunValidRows<std::int32_t, std::int32_t>(wide.get(), image, area, windowWidth, windowHeight, slope, offset,
                                              levels, combine, parallel);
     return true;
 }

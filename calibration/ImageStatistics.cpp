@@ -1,10 +1,9 @@
 #include "calibration/ImageStatistics.h"
 
+#include "image/PixelStorage.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
-
-#include <boost/make_shared.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -269,16 +268,17 @@ void ComputeGFAMeanAndSigma(const float* values, float* scratch, unsigned count,
 
 void ComputeGFAMeanAndSigma(const float* values, unsigned count, int sigmaFactor, float tolerance,
                             float low, float high, float& mean, float& sigma) {
-    const std::unique_ptr<float[]> scratch(new float[count]);
+    const auto scratch = orvane::detail::AllocatePixels<float>(count);
     ComputeGFAMeanAndSigma(values, scratch.get(), count, sigmaFactor, tolerance, low, high, mean,
                            sigma);
 }
 
 void ComputeGFAMeanAndSigma(const ImagePtr<float>& image, ROI area, int sigmaFactor,
                             float tolerance, float low, float high, float& mean, float& sigma) {
-    const auto pixels = boost::make_shared<ImageAcquisition<float>>(area.width, area.height);
-    *pixels->GetBuffer() = image->GetBuffer()->Extract(area.left, area.top, area.width, area.height,
-                                                       image->GetWidth(), image->GetHeight());
-    ComputeGFAMeanAndSigma(pixels->GetData(), static_cast<unsigned>(pixels->GetPixelCount()),
-                           sigmaFactor, tolerance, low, high, mean, sigma);
+    const auto extract = image->GetBuffer()->Extract(area.left, area.top, area.width, area.height,
+                                                      image->GetWidth(), image->GetHeight());
+    const unsigned count = static_cast<unsigned>(area.width) * static_cast<unsigned>(area.height);
+    const auto pixels = orvane::detail::AllocatePixels<float>(count);
+    ImageBuffer<float>(pixels.get(), static_cast<int>(count)) = extract;
+    ComputeGFAMeanAndSigma(pixels.get(), count, sigmaFactor, tolerance, low, high, mean, sigma);
 }

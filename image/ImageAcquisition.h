@@ -3,6 +3,7 @@
 
 #include "image/ImageBuffer.h"
 #include "image/ImagePixelRect.h"
+#include "image/PixelStorage.h"
 
 #include <boost/property_tree/ptree.hpp>
 #include <boost/shared_array.hpp>
@@ -20,7 +21,8 @@ public:
     ImageAcquisition(int width, int height)
         : width(width), height(height), pixelCount(width * height),
           bytesPerPixel(static_cast<int>(sizeof(T))),
-          pixels(new T[static_cast<size_t>(pixelCount)]),
+          pixels(orvane::detail::AllocatePixels<T>(static_cast<size_t>(pixelCount)).release(),
+                 orvane::detail::FreePixels()),
           buffer(new ImageBuffer<T>(pixels.get(), pixelCount)) {
         Fill(T());
     }
