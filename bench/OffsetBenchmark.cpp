@@ -3,6 +3,7 @@
 // (counter "vs_memcpy": 1.0 means the fused expression runs at memory speed).
 
 #include "OrvaneCalibration.h"
+#include "ThreadScaling.h"
 
 #include <benchmark/benchmark.h>
 #include <boost/make_shared.hpp>
@@ -75,6 +76,36 @@ void BM_UpdateSingleOffsetRef(benchmark::State& state) {
     Report(state, 6.0);
 }
 BENCHMARK(BM_UpdateSingleOffsetRef)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Seconds of one plain pass that reads every word of the frames (best of 3).
+double ReadSeconds(const std::vector<ImagePtr<unsigned short>>& frames) {
+    double best = 1e30;
+    for (int run = 0; run < 3; ++run) {
+        const auto start = std::chrono::steady_clock::now();
+        unsigned long long sum = 0;
+        for (const auto& frame : frames) {
+            const unsigned short* p = frame->GetData();
+            for (int i = 0; i < frame->GetPixelCount(); ++i) sum += p[i];
+        }
+        benchmark::DoNotOptimize(sum);
+        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+}
+
+// The offset of 20 dark frames (their mean): counter "vs_read" is the time over one
+// plain read of the 20 frames' bytes.
+void BM_CalculateOffsetReference20(benchmark::State& state) {
+    static const OffsetDynamicParameters parameters{0.125f};
+    auto store = boost::make_shared<ReferenceOffsetSimple>(kSide, kSide);
+    CalibrationOffsetDynamic calibration(parameters, store);
+    calibration.Init();
+    std::vector<ImagePtr<unsigned short>> frames;
+    for (int k = 0; k < 20; ++k) frames.push_back(MakeFrame(static_cast<unsigned short>(1000 + k)));
+    const double seconds = orvane::bench::RunWithThreads(state, "offset20", [&] { calibration.CalculateOffsetReference(frames); });
+    state.counters["vs_read"] = seconds / ReadSeconds(frames);
+}
+BENCHMARK(BM_CalculateOffsetReference20)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

@@ -6,12 +6,14 @@
 #include "calibration/HighPassMedian.h"
 #include "calibration/CalibrationLifecycle.h"
 #include "calibration/ImageStatistics.h"
+#include "tools/FrameAccumulation.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/CorrectionGainLinear.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cmath>
 #include <string>
 
@@ -80,8 +82,20 @@ void CalibrationDefectMap::DefectMap6(const std::vector<ImagePtr<unsigned short>
             __LINE__);
     }
     BeginDose();
-    for (const ImagePtr<unsigned short>& image : images) {
-        _AccumulateImg(image);
+    if (std::all_of(images.begin(), images.end(), [](const auto& image) { return bool(image); })) {
+        // The dose as one pass, block by block: the sums of the loop below.
+        try {
+            orvane::AccumulateFrames(*work, images, [](std::size_t, ImageBuffer<float>& sums,
+                                                       ImageBuffer<unsigned short>& frame) { sums += frame; });
+        } catch (...) {
+            LogAndThrow<CalibrationException>("CalibrationDefectMap: AccumulateImg failed", __FILE__, __LINE__);
+        }
+        work->GetProperties() = images.back()->GetProperties();
+        accumulated += static_cast<int>(images.size());
+    } else {
+        for (const ImagePtr<unsigned short>& image : images) {
+            _AccumulateImg(image);
+        }
     }
     _FinishDose(save);
 }

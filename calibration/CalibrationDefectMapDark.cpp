@@ -4,11 +4,13 @@
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapSteps.h"
 #include "calibration/ImageStatistics.h"
+#include "tools/FrameAccumulation.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
+#include <cstddef>
 
 using orvane::detail::RequireInit;
 
@@ -41,8 +43,22 @@ void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
             "CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge failed due uncorrect number of images",
             __FILE__, __LINE__);
     }
-    for (const auto& image : images) {
-        _AccumulateImg(image);
+    if (workImages.IsOpen() &&
+        std::all_of(images.begin(), images.end(), [](const auto& image) { return bool(image); })) {
+        // The series as one pass, block by block: the sums of the loop below.
+        try {
+            orvane::AccumulateFrames(*work, images, [](std::size_t, ImageBuffer<float>& sums,
+                                                       ImageBuffer<unsigned short>& frame) { sums += frame; });
+        } catch (...) {
+            LogAndThrow<CalibrationException>("CalibrationDefectMapDark: AccumulateImg failed", __FILE__,
+                                              __LINE__);
+        }
+        work->GetProperties() = images.back()->GetProperties();
+        accumulated += static_cast<int>(images.size());
+    } else {
+        for (const auto& image : images) {
+            _AccumulateImg(image);
+        }
     }
     _FinishSeries();
 }

@@ -1,12 +1,14 @@
 #include "calibration/CalibrationGainLinear.h"
 
 #include "calibration/CalibrationLifecycle.h"
+#include "tools/FrameAccumulation.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <memory>
 
 using orvane::detail::RequireInit;
@@ -69,8 +71,24 @@ void CalibrationGainLinear::CalculateGainReference(const std::vector<ImagePtr<un
             "CalibrationGainLinear::CalculateGainReference failed due uncorrect number of images",
             __FILE__, __LINE__);
     }
-    for (const auto& frame : frames) {
-        AccumulateGainImg(frame);
+    if (workImages.IsOpen() && accumulation &&
+        std::all_of(frames.begin(), frames.end(), [](const auto& frame) { return bool(frame); })) {
+        // The frames as one pass, block by block: the sums of AccumulateGainImg.
+        try {
+            orvane::AccumulateFrames(*accumulation, frames,
+                                     [](std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& frame) {
+                                         sums = orvane::Max(0.0f, frame + sums);
+                                     });
+        } catch (...) {
+            LogAndThrow<CalibrationException>("CalibrationGainLinear: AccumulateGainImg failed", __FILE__,
+                                              __LINE__);
+        }
+        accumulation->GetProperties() = frames.back()->GetProperties();
+        imageCount += static_cast<int>(frames.size());
+    } else {
+        for (const auto& frame : frames) {
+            AccumulateGainImg(frame);
+        }
     }
     DivideAccumulation();
     CalculateGainReference();

@@ -1,9 +1,13 @@
 #include "calibration/CalibrationOffsetBase.h"
 
 #include "calibration/CalibrationLifecycle.h"
+#include "tools/FrameAccumulation.h"
 #include "tools/LogAndThrow.h"
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"
+
+#include <algorithm>
+#include <cstddef>
 
 using orvane::detail::RequireInit;
 
@@ -41,6 +45,32 @@ void CalibrationOffsetBase::AccumulateOffset(ImagePtr<unsigned short> image) {
         }
         accumulation->GetProperties() = image->GetProperties();
         ++frameCount;
+    } catch (...) {
+        LogAndThrow<CalibrationException>("CalibrationOffsetBase: AccumulateOffset failed",
+                                          __FILE__, __LINE__);
+    }
+}
+
+void CalibrationOffsetBase::AccumulateOffsets(const std::vector<ImagePtr<unsigned short>>& images) {
+    const bool allPresent = std::all_of(images.begin(), images.end(), [](const auto& i) { return bool(i); });
+    if (accumulation || !workImages.IsOpen() || !allPresent || images.empty()) {
+        for (const auto& image : images) {
+            AccumulateOffset(image);
+        }
+        return;
+    }
+    try {
+        workImages.AcquireInto(accumulation);
+        orvane::AccumulateFrames(*accumulation, images,
+                                 [](std::size_t k, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& frame) {
+                                     if (k == 0) {
+                                         sums = frame;  // the first frame is a copy
+                                     } else {
+                                         sums += frame;
+                                     }
+                                 });
+        accumulation->GetProperties() = images.back()->GetProperties();
+        frameCount += static_cast<int>(images.size());
     } catch (...) {
         LogAndThrow<CalibrationException>("CalibrationOffsetBase: AccumulateOffset failed",
                                           __FILE__, __LINE__);

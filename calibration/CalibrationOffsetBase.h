@@ -7,6 +7,8 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <vector>
+
 // The averaging machine of the offset calibrations. A series runs from the first
 // AccumulateOffset after a closing to the next _DivideAccumulationAndUpdate or
 // DeleteAccumulation; it holds one float work image from the pool, the running sum
@@ -25,6 +27,9 @@ public:
     // Needs Init. A frame of another size is not refused: the pixels processed are
     // those that both images have.
     void AccumulateOffset(ImagePtr<unsigned short> image);
+    // AccumulateOffset for each image in order; a new series with every image present
+    // runs as one pass block by block (same sums).
+    void AccumulateOffsets(const std::vector<ImagePtr<unsigned short>>& images);
     // Drops the open series unused; does nothing when none is open.
     void DeleteAccumulation();
 

@@ -31,9 +31,7 @@ void CalibrationOffsetDynamic::CalculateOffsetReference(
             "CalibrationOffsetDynamic::CalculateOffsetReference failed due uncorrect number of images",
             __FILE__, __LINE__);
     }
-    for (const auto& image : images) {
-        AccumulateOffset(image);
-    }
+    AccumulateOffsets(images);
     if (saveDebugImages) {
         SaveDebugImage(accumulation, _GetCalibrationType(), "Accumulation");
     }

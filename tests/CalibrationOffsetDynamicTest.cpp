@@ -1,4 +1,5 @@
 #include "TestImages.h"
+#include "tools/Parallel.h"
 
 #include <gtest/gtest.h>
 
@@ -66,6 +67,27 @@ TEST(CalibrationOffsetDynamic, MeanOfTheSeriesRoundedHalfUpWithTheLastFramesProp
 
 // Dynamic blends the frame in, each product rounded to float and the sum truncated
 // toward zero; Preview takes the frame as it is. Both take its properties alone.
+TEST(CalibrationOffsetDynamic, ASeriesInOnePassGivesTheOffsetOfItsFramesOneAfterAnother) {
+    std::vector<Frame> frames;
+    for (int k = 0; k < 3; ++k) {
+        frames.push_back(MakeImageOf<unsigned short>(211, 197, [k](int x, int y) { return (x * 131 + y * 977 + k * 40503) % 65536; }));
+        frames.back()->SetProperty("image.time", 10 * k);
+    }
+    OffsetDynamicFixture frameByFrame(211, 197);
+    frameByFrame.calibration.Init();
+    for (const Frame& frame : frames) frameByFrame.calibration.AccumulateOffset(frame);
+    frameByFrame.calibration.DivideAccumulationAndUpdate();
+    for (const int threads : {1, 2, 7}) {
+        orvane::SetThreadCount(threads);
+        OffsetDynamicFixture f(211, 197);
+        f.calibration.Init();
+        f.calibration.CalculateOffsetReference(frames);
+        EXPECT_EQ(frameByFrame.Offset(), f.Offset()) << threads << " threads";
+        EXPECT_EQ(20, f.store->GetOffset()->GetProperty<int>("image.time"));
+    }
+    orvane::SetThreadCount(0);
+}
+
 TEST(CalibrationOffsetDynamic, BlendOfTheFrameIntoTheOffsetPreviewTakesTheFrame) {
     OffsetDynamicFixture f(4, 1);
     *f.store->GetOffset()->GetBuffer() = *f.store->GetOffset()->GetBuffer() + 1000.0f;

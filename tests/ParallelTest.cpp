@@ -1,8 +1,14 @@
+#include "TestImages.h"
+#include "tools/FrameAccumulation.h"
 #include "tools/Parallel.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <stdexcept>
 #include <vector>
 
@@ -48,4 +54,36 @@ TEST(Parallel, TheCountComesFromTheHostThenTheEnvironmentThenTheCores) {
         EXPECT_EQ(orvane::ThreadCount(), cores) << bad;
     }
     ::unsetenv("ORVANE_THREADS");
+}
+
+TEST(FrameAccumulation, BlocksOnAnyThreadCountGiveTheSumsOfWholeFramesOneAfterAnother) {
+    // 211 x 197 is three blocks, the last one short; one frame is shorter than the sums
+    // (it stops inside the second block) and one longer; the sums start stale.
+    using orvane::test::Frame;
+    using orvane::test::MakeImageOf;
+    std::mt19937 random(3);
+    std::uniform_int_distribution<int> level(0, 65535);
+    std::vector<Frame> frames;
+    for (const int height : {197, 90, 197, 230}) {
+        frames.push_back(MakeImageOf<unsigned short>(211, height, [&](int, int) { return level(random); }));
+    }
+    const auto stale = MakeImageOf<float>(211, 197, [&](int x, int y) { return -0.37f * float(x * y); });
+    using Step = std::function<void(std::size_t, ImageBuffer<float>&, ImageBuffer<unsigned short>&)>;
+    const Step steps[] = {
+        [](std::size_t k, ImageBuffer<float>& s, ImageBuffer<unsigned short>& f) { k == 0 ? s = f : s += f; },
+        [](std::size_t, ImageBuffer<float>& s, ImageBuffer<unsigned short>& f) { s = orvane::Max(0.0f, f + s); },
+        [](std::size_t k, ImageBuffer<float>& s, ImageBuffer<unsigned short>& f) { s = s * 0.7f - f / float(k + 3); },
+    };
+    for (const Step& step : steps) {
+        const auto expected = MakeImageOf<float>(211, 197, [&](int x, int y) { return stale->GetData()[y * 211 + x]; });
+        for (std::size_t k = 0; k < frames.size(); ++k) step(k, *expected->GetBuffer(), *frames[k]->GetBuffer());
+        for (const int threads : {1, 2, 7}) {
+            orvane::SetThreadCount(threads);
+            const auto sums = MakeImageOf<float>(211, 197, [&](int x, int y) { return stale->GetData()[y * 211 + x]; });
+            orvane::AccumulateFrames(*sums, frames, step);
+            EXPECT_EQ(0, std::memcmp(expected->GetData(), sums->GetData(), sizeof(float) * 211 * 197))
+                << threads << " threads";
+        }
+    }
+    orvane::SetThreadCount(0);
 }

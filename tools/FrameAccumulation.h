@@ -1,0 +1,40 @@
+#ifndef ORVANE_TOOLS_FRAMEACCUMULATION_H
+#define ORVANE_TOOLS_FRAMEACCUMULATION_H
+
+#include "image/ImageAcquisition.h"
+#include "tools/Parallel.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <vector>
+
+namespace orvane {
+
+// Folds a series of frames into `sums`: step(k, sumsPart, framePart) for each frame k
+// in order, where the parts are ImageBuffer views of the same pixels, e.g.
+//     [](std::size_t, ImageBuffer<float>& s, ImageBuffer<unsigned short>& f) { s += f; }
+// The series runs block by block over the pixels instead of frame after frame, so
+// each block's sums stay in cache while every frame passes through it, and blocks run
+// on every core. Each pixel still takes the frames in their order, and a part covers
+// only the pixels its frame has (as a buffer expression covers the smaller size), so
+// the result is that of applying the step to whole buffers frame after frame, for any
+// thread count. Every frame must be present.
+template <typename Step>
+void AccumulateFrames(ImageAcquisition<float>& sums, const std::vector<ImagePtr<unsigned short>>& frames,
+                      const Step& step) {
+    constexpr int block = 65536;
+    ParallelFor(sums.GetPixelCount(), block, [&](int begin, int end) {
+        ImageBuffer<float> sumsPart(sums.GetData() + begin, end - begin);
+        for (std::size_t k = 0; k < frames.size(); ++k) {
+            const int frameEnd = std::min(end, frames[k]->GetPixelCount());
+            if (frameEnd > begin) {
+                ImageBuffer<unsigned short> framePart(frames[k]->GetData() + begin, frameEnd - begin);
+                step(k, sumsPart, framePart);
+            }
+        }
+    });
+}
+
+}  // namespace orvane
+
+#endif
