@@ -3,6 +3,7 @@
 #include "calibration/CalibrationLifecycle.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
+#include "tools/Parallel.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
@@ -63,14 +64,14 @@ struct FitData {
 // the same order as a pixel-by-pixel loop. M[j][k] sums x^(j+k+2) * w, so it
 // depends on j + k alone: one sum per power gives every entry bit for bit.
 template <int N, typename Matrix>
-void FitPixels(const FitData& data, int n, Matrix& matrix, float* b, float* c) {
+void FitPixels(const FitData& data, int n, Matrix& matrix, float* b, float* c, int first, int end) {
     const int size = N > 0 ? N : n;
     const int powers = 2 * size;
     std::vector<float> sums(static_cast<size_t>(powers + 1) * kBlock);
     std::vector<float> rights(static_cast<size_t>(size) * kBlock);
     std::vector<float> weights(kBlock);
-    for (int start = 0; start < data.pixels; start += kBlock) {
-        const int block = std::min(kBlock, data.pixels - start);
+    for (int start = first; start < end; start += kBlock) {
+        const int block = std::min(kBlock, end - start);
         std::fill(sums.begin(), sums.end(), 0.0f);
         std::fill(rights.begin(), rights.end(), 0.0f);
         for (size_t i = 0; i < data.values.size(); ++i) {
@@ -306,12 +307,6 @@ void CalibrationGainPoly::_ComputePolynomialCoefficients() {
             __FILE__, __LINE__);
     }
     const size_t count = static_cast<size_t>(n);
-    std::vector<std::vector<float>> matrixRows(count, std::vector<float>(count, 0.0f));
-    std::vector<float*> matrix(count);
-    for (size_t j = 0; j < count; ++j) {
-        matrix[j] = matrixRows[j].data();
-    }
-    std::vector<float> b(count), c(count);
 
     for (ImagePtr<float>& image : coefficients) {
         coefficientImages.Release(image);
@@ -341,14 +336,23 @@ void CalibrationGainPoly::_ComputePolynomialCoefficients() {
             data.outputs.push_back(image->GetData());
         }
         data.pixels = first->GetPixelCount();
-        if (n == kEliminatedRows) {
-            // A local matrix, which the unrolled steps keep in registers.
-            float local[kEliminatedRows][kEliminatedRows];
-            FitPixels<kEliminatedRows>(data, n, local, b.data(), c.data());
-        } else {
-            float** rows = matrix.data();
-            FitPixels<0>(data, n, rows, b.data(), c.data());
-        }
+        // Pixels are fitted independently: pieces of them run on every core.
+        orvane::ParallelFor(data.pixels, 16 * kBlock, [&](int firstPixel, int endPixel) {
+            std::vector<float> b(count), c(count);
+            if (n == kEliminatedRows) {
+                // A local matrix, which the unrolled steps keep in registers.
+                float local[kEliminatedRows][kEliminatedRows];
+                FitPixels<kEliminatedRows>(data, n, local, b.data(), c.data(), firstPixel, endPixel);
+            } else {
+                std::vector<std::vector<float>> matrixRows(count, std::vector<float>(count, 0.0f));
+                std::vector<float*> matrix(count);
+                for (size_t j = 0; j < count; ++j) {
+                    matrix[j] = matrixRows[j].data();
+                }
+                float** rows = matrix.data();
+                FitPixels<0>(data, n, rows, b.data(), c.data(), firstPixel, endPixel);
+            }
+        });
     } catch (...) {
         LogAndThrow<CalibrationException>("CalibrationGainPoly: _ComputePolynomialCoefficients failed",
                                           __FILE__, __LINE__);

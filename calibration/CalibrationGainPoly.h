@@ -2,8 +2,9 @@
 #define ORVANE_CALIBRATION_CALIBRATIONGAINPOLY_H
 
 #include "calibration/CalibrationGain.h"
-#include "image/WorkImages.h"
+#include "image/PixelStorage.h"
 #include "image/QuadPart.h"
+#include "image/WorkImages.h"
 #include "interfaces/ReferenceDM.h"
 #include "interfaces/ReferenceGainLinear.h"
 #include "interfaces/ReferenceGainPoly.h"
@@ -166,7 +167,7 @@ private:
     // _CreatingROIMask), held for one run of _DenoisingCalibrationImage so that
     // every area reuses memory already mapped instead of faulting in fresh pages;
     // empty otherwise, and the steps then allocate their own.
-    std::vector<float> areaScratch;
+    orvane::detail::PixelVector<float> areaScratch;
 };
 
 namespace orvane {

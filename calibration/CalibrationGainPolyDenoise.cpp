@@ -7,6 +7,7 @@
 #include "calibration/ImageStatistics.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
+#include "tools/Parallel.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
@@ -148,8 +149,8 @@ void CalibrationGainPoly::_DenoisingCalibrationImage() {
     }
     // Gives the area buffers back on every way out.
     struct ScratchRelease {
-        std::vector<float>& scratch;
-        ~ScratchRelease() { std::vector<float>().swap(scratch); }
+        orvane::detail::PixelVector<float>& scratch;
+        ~ScratchRelease() { orvane::detail::PixelVector<float>().swap(scratch); }
     } release{areaScratch};
     try {
         size_t largest = 0;
@@ -157,9 +158,9 @@ void CalibrationGainPoly::_DenoisingCalibrationImage() {
             largest = std::max(largest, static_cast<size_t>(area.height) * area.width);
         }
         areaScratch.assign(kAreaBuffers * largest, 0.0f);
-        const std::unique_ptr<float[]> areaPixels(new float[largest]);
-        const std::unique_ptr<float[]> denoised(new float[largest]);
-        const std::unique_ptr<unsigned char[]> areaMask(new unsigned char[largest]);
+        const auto areaPixels = orvane::detail::AllocatePixels<float>(largest);
+        const auto denoised = orvane::detail::AllocatePixels<float>(largest);
+        const auto areaMask = orvane::detail::AllocatePixels<unsigned char>(largest);
         for (int dose = 0; dose < nbDoses; ++dose) {
             _ApplyLinearCorrection(dose);
             const ImagePtr<float> image = CheckedAt(doseImages, static_cast<size_t>(dose));
@@ -235,22 +236,25 @@ void CalibrationGainPoly::_DetectingBadPixels(float* pixels, int rows, int colum
         const int length = std::max(alongRows ? columns : rows, 0);
         const int lines = alongRows ? rows : columns;
         const int factor = alongRows ? parameters.RowSigmaFactor : parameters.ColumnSigmaFactor;
-        const std::unique_ptr<float[]> line(new float[static_cast<size_t>(length)]);
-        for (int l = 0; l < lines; ++l) {
-            const size_t first = static_cast<size_t>(l) * static_cast<size_t>(length);
-            const float* samples = pixels + first;
-            float* good = goodMask + first;
-            std::copy(samples, samples + length, line.get());
-            float center = 0.0f;
-            float spread = 0.0f;
-            _MedianAndSigma(line.get(), length, &center, &spread);
-            const float limit = static_cast<float>(static_cast<double>(static_cast<float>(factor * 3)) *
-                                                   spread * 0.5);
-            for (int i = 0; i < length; ++i) {
-                const float difference = static_cast<float>(static_cast<double>(samples[i]) - center);
-                good[i] = limit >= std::fabs(difference) ? 1.0f : 0.0f;
+        // Lines are independent: pieces of them run on every core.
+        orvane::ParallelFor(lines, 16, [&](int firstLine, int endLine) {
+            const std::unique_ptr<float[]> line(new float[static_cast<size_t>(length)]);
+            for (int l = firstLine; l < endLine; ++l) {
+                const size_t first = static_cast<size_t>(l) * static_cast<size_t>(length);
+                const float* samples = pixels + first;
+                float* good = goodMask + first;
+                std::copy(samples, samples + length, line.get());
+                float center = 0.0f;
+                float spread = 0.0f;
+                _MedianAndSigma(line.get(), length, &center, &spread);
+                const float limit = static_cast<float>(
+                    static_cast<double>(static_cast<float>(factor * 3)) * spread * 0.5);
+                for (int i = 0; i < length; ++i) {
+                    const float difference = static_cast<float>(static_cast<double>(samples[i]) - center);
+                    good[i] = limit >= std::fabs(difference) ? 1.0f : 0.0f;
+                }
             }
-        }
+        });
     } catch (CalibrationException&) {
         LogAndThrow<CalibrationException>("CalibrationGainPoly: _DetectingBadPixels failed", __FILE__,
                                           __LINE__);
@@ -268,39 +272,42 @@ void CalibrationGainPoly::_RobustMovingAverage(float* pixels, int rows, int colu
     const long length = std::max(alongRows ? columns : rows, 0);
     const int lines = alongRows ? rows : columns;
     const long half = ((alongRows ? parameters.RowWindow : parameters.ColumnWindow) - 1) / 2;
-    for (int l = 0; l < lines; ++l) {
-        const size_t first = static_cast<size_t>(l) * static_cast<size_t>(length);
-        const float* samples = pixels + first;
-        const float* good = goodMask + first;
-        float* out = average + first;
-        if (half < 0) {
-            std::fill(out, out + length, 0.0f);
-            continue;
-        }
-        double sum = 0.0;
-        int kept = 0;
-        for (long s = 0; s <= std::min(half, length - 1); ++s) {
-            if (good[s] == 1.0f) {
-                sum += samples[s];
-                ++kept;
+    // Lines are independent: pieces of them run on every core.
+    orvane::ParallelFor(lines, 16, [&](int firstLine, int endLine) {
+        for (int l = firstLine; l < endLine; ++l) {
+            const size_t first = static_cast<size_t>(l) * static_cast<size_t>(length);
+            const float* samples = pixels + first;
+            const float* good = goodMask + first;
+            float* out = average + first;
+            if (half < 0) {
+                std::fill(out, out + length, 0.0f);
+                continue;
+            }
+            double sum = 0.0;
+            int kept = 0;
+            for (long s = 0; s <= std::min(half, length - 1); ++s) {
+                if (good[s] == 1.0f) {
+                    sum += samples[s];
+                    ++kept;
+                }
+            }
+            for (long i = 0; i < length; ++i) {
+                out[i] = kept > 0 ? static_cast<float>(static_cast<double>(static_cast<float>(sum)) /
+                                                       static_cast<float>(kept))
+                                  : 0.0f;
+                const long leaving = i - half;
+                if (leaving >= 0 && good[leaving] == 1.0f) {
+                    sum -= samples[leaving];
+                    --kept;
+                }
+                const long entering = i + 1 + half;
+                if (entering < length && good[entering] == 1.0f) {
+                    sum += samples[entering];
+                    ++kept;
+                }
             }
         }
-        for (long i = 0; i < length; ++i) {
-            out[i] = kept > 0 ? static_cast<float>(static_cast<double>(static_cast<float>(sum)) /
-                                                   static_cast<float>(kept))
-                              : 0.0f;
-            const long leaving = i - half;
-            if (leaving >= 0 && good[leaving] == 1.0f) {
-                sum -= samples[leaving];
-                --kept;
-            }
-            const long entering = i + 1 + half;
-            if (entering < length && good[entering] == 1.0f) {
-                sum += samples[entering];
-                ++kept;
-            }
-        }
-    }
+    });
 }
 
 void CalibrationGainPoly::_MedianAndSigma(float* samples, int count, float* center, float* spread) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <new>
 #include <type_traits>
+#include <vector>
 
 namespace orvane {
 namespace detail {
@@ -54,6 +55,28 @@ PixelArray<T> AllocatePixels(std::size_t count) {
     }
     return PixelArray<T>(static_cast<T*>(AllocatePixelBytes(count * sizeof(T))));
 }
+
+// The same memory for standard containers: PixelVector<float> is a std::vector whose
+// large blocks come from AllocatePixelBytes.
+template <typename T>
+struct PixelAllocator {
+    using value_type = T;
+    PixelAllocator() = default;
+    template <typename U>
+    PixelAllocator(const PixelAllocator<U>&) {}
+    T* allocate(std::size_t count) {
+        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T)) {
+            throw std::bad_alloc();
+        }
+        return static_cast<T*>(AllocatePixelBytes(count * sizeof(T)));
+    }
+    void deallocate(T* block, std::size_t) { std::free(block); }
+    friend bool operator==(const PixelAllocator&, const PixelAllocator&) { return true; }
+    friend bool operator!=(const PixelAllocator&, const PixelAllocator&) { return false; }
+};
+
+template <typename T>
+using PixelVector = std::vector<T, PixelAllocator<T>>;
 
 }  // namespace detail
 }  // namespace orvane

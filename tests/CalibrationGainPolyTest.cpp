@@ -1,4 +1,5 @@
 #include "TestImages.h"
+#include "tools/Parallel.h"
 
 #include "calibration/CalibrationGainLinear.h"
 #include "calibration/CalibrationGainPoly.h"
@@ -219,6 +220,41 @@ TEST(CalibrationGainPoly, WeightedFitOfEveryPixelAndInversionWithoutPivotSearch)
     const double inverse[3][3] = {{13, -11, -5}, {-7, 8, 2}, {3, -6, 3}};  // times 1/9
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c) EXPECT_NEAR(inverse[r][c] / 9, rows[r][c], 1e-6) << r << c;
+}
+
+TEST(CalibrationGainPoly, EveryThreadCountGivesTheSameCoefficientsWithAndWithoutDenoising) {
+    // 60 x 290 pixels (several pieces of the fit) and a denoised area of 280 rows x 50
+    // columns (several pieces of lines each way), three doses with noise and outliers.
+    GainPolyParameters p = Parameters();
+    p.DenoiseAreas = {ROI(5, 5, 280, 50)};
+    const auto run = [&](bool denoised) {
+        PolyFixture f(60, 290, 3, p);
+        for (int dose = 1; dose <= 3; ++dose) {
+            std::vector<std::pair<int, unsigned short>> pixels;
+            for (int i = 0; i < 60 * 290; ++i) {
+                const int noise = (i * 7 + (i / 60) * 13 + dose * 5) % 23;
+                pixels.push_back({i, static_cast<unsigned short>(i % 997 == 3 ? 9000 : 1000 * dose + noise)});
+            }
+            f.Dose(0, pixels, 1, 1.0f + 0.25f * dose);
+        }
+        denoised ? f.calibration.CalculateDenoisedGainReference() : f.calibration.CalculateGainReference();
+        std::vector<std::vector<float>> result;
+        for (const auto& image : f.inspect.Coefficients()) result.push_back(Pixels(image));
+        for (const auto& image : f.store->GetGainPoly()) {
+            const auto words = Pixels(image);
+            result.emplace_back(words.begin(), words.end());
+        }
+        return result;
+    };
+    for (const bool denoised : {false, true}) {
+        orvane::SetThreadCount(1);
+        const auto one = run(denoised);
+        for (const int threads : {2, 7}) {
+            orvane::SetThreadCount(threads);
+            EXPECT_EQ(one, run(denoised)) << threads << " threads, denoised " << denoised;
+        }
+    }
+    orvane::SetThreadCount(0);
 }
 
 TEST(CalibrationGainPolyDenoise, MovingAverageMatchesADirectWindowedMeanBadPixelsAndFlatAreas) {
