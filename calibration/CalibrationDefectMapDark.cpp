@@ -95,7 +95,8 @@ void CalibrationDefectMapDark::_AccumulateImg(ImagePtr<unsigned short> image) {
             LogAndThrow<CalibrationException>(
                 "CalibrationDefectMapDark: AccumulateImg failed due to null pointer", __FILE__, __LINE__);
         }
-        *work->GetBuffer() += *image->GetBuffer();
+        orvane::AccumulateFrames(*work, {image}, [](std::size_t, ImageBuffer<float>& sums,
+                                                     ImageBuffer<unsigned short>& frame) { sums += frame; });
         work->GetProperties() = image->GetProperties();
         ++accumulated;
     } catch (...) {

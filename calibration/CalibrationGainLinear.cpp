@@ -48,7 +48,10 @@ void CalibrationGainLinear::AccumulateGainImg(ImagePtr<unsigned short> frame) {
                 "CalibrationGainLinear: AccumulateGainImg failed due to null pointer", __FILE__,
                 __LINE__);
         }
-        *accumulation->GetBuffer() = orvane::Max(0.0f, *frame->GetBuffer() + *accumulation->GetBuffer());
+        orvane::AccumulateFrames(*accumulation, {frame},
+                                 [](std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& f) {
+                                     sums = orvane::Max(0.0f, f + sums);
+                                 });
         accumulation->GetProperties() = frame->GetProperties();
         ++imageCount;
     } catch (...) {

@@ -1,12 +1,14 @@
 #include "calibration/CalibrationGainPoly.h"
 
 #include "calibration/CalibrationLifecycle.h"
+#include "tools/FrameAccumulation.h"
 #include "tools/LogAndThrow.h"
 #include "tools/LogEntry.h"
 #include "tools/Parallel.h"
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cmath>
 #include <memory>
 
@@ -197,7 +199,10 @@ void CalibrationGainPoly::AccumulateGainImg(ImagePtr<unsigned short> frame) {
             LogAndThrow<CalibrationException>(
                 "CalibrationGainPoly: AccumulateGainImg failed due to null pointer", __FILE__, __LINE__);
         }
-        *accumulation->GetBuffer() = orvane::Max(0.0f, *frame->GetBuffer() + *accumulation->GetBuffer());
+        orvane::AccumulateFrames(*accumulation, {frame},
+                                 [](std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& f) {
+                                     sums = orvane::Max(0.0f, f + sums);
+                                 });
         accumulation->GetProperties() = frame->GetProperties();
         ++imageCount;
         ++framesInDose;

@@ -41,7 +41,8 @@ void CalibrationOffsetBase::AccumulateOffset(ImagePtr<unsigned short> image) {
             workImages.AcquireInto(accumulation);
             *accumulation->GetBuffer() = *image->GetBuffer();
         } else {
-            *accumulation->GetBuffer() += *image->GetBuffer();
+            orvane::AccumulateFrames(*accumulation, {image}, [](std::size_t, ImageBuffer<float>& sums,
+                                                                ImageBuffer<unsigned short>& frame) { sums += frame; });
         }
         accumulation->GetProperties() = image->GetProperties();
         ++frameCount;

@@ -4,6 +4,7 @@
 #include "apps/orvane/FrameReader.h"
 #include "apps/orvane/InputError.h"
 #include "OrvaneCalibration.h"
+#include "tools/Parallel.h"
 
 #include <boost/make_shared.hpp>
 
@@ -299,7 +300,14 @@ ImagePtr<unsigned short> Pipeline::Read(const FrameRef& frame) const { return re
 
 ImagePtr<unsigned short> Pipeline::ReadCorrected(const FrameRef& source) const {
     ImagePtr<unsigned short> frame = Read(source);
-    *frame->GetBuffer() = Max(0.0f, *frame->GetBuffer() - *offsetStore->GetOffset()->GetBuffer());
+    const ImagePtr<unsigned short>& offset = offsetStore->GetOffset();
+    // Pixels are independent: blocks of them run on every core.
+    const int count = std::min(frame->GetPixelCount(), offset->GetPixelCount());
+    orvane::ParallelFor(count, 65536, [&](int begin, int end) {
+        ImageBuffer<unsigned short> pixels(frame->GetData() + begin, end - begin);
+        ImageBuffer<unsigned short> dark(offset->GetData() + begin, end - begin);
+        pixels = Max(0.0f, pixels - dark);
+    });
     return frame;
 }
 
