@@ -85,8 +85,7 @@ void CalibrationDefectMap::DefectMap6(const std::vector<ImagePtr<unsigned short>
     if (std::all_of(images.begin(), images.end(), [](const auto& image) { return bool(image); })) {
         // The dose as one pass, block by block: the sums of the loop below.
         try {
-            orvane::AccumulateFrames(*work, images, [](std::size_t, ImageBuffer<float>& sums,
-                                                       ImageBuffer<unsigned short>& frame) { sums += frame; });
+            orvane::AccumulateFrames(*work, images, orvane::AddFrame());
         } catch (...) {
             LogAndThrow<CalibrationException>("CalibrationDefectMap: AccumulateImg failed", __FILE__, __LINE__);
         }
@@ -237,8 +236,7 @@ void CalibrationDefectMap::_AccumulateImg(ImagePtr<unsigned short> image) {
             LogAndThrow<CalibrationException>(
                 "CalibrationDefectMap: AccumulateImg failed due to null pointer", __FILE__, __LINE__);
         }
-        orvane::AccumulateFrames(*work, {image}, [](std::size_t, ImageBuffer<float>& sums,
-                                                     ImageBuffer<unsigned short>& frame) { sums += frame; });
+        orvane::AccumulateFrames(*work, {image}, orvane::AddFrame());
         work->GetProperties() = image->GetProperties();
         ++accumulated;
     } catch (...) {

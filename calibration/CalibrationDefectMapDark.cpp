@@ -47,8 +47,7 @@ void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
         std::all_of(images.begin(), images.end(), [](const auto& image) { return bool(image); })) {
         // The series as one pass, block by block: the sums of the loop below.
         try {
-            orvane::AccumulateFrames(*work, images, [](std::size_t, ImageBuffer<float>& sums,
-                                                       ImageBuffer<unsigned short>& frame) { sums += frame; });
+            orvane::AccumulateFrames(*work, images, orvane::AddFrame());
         } catch (...) {
             LogAndThrow<CalibrationException>("CalibrationDefectMapDark: AccumulateImg failed", __FILE__,
                                               __LINE__);
@@ -95,8 +94,7 @@ void CalibrationDefectMapDark::_AccumulateImg(ImagePtr<unsigned short> image) {
             LogAndThrow<CalibrationException>(
                 "CalibrationDefectMapDark: AccumulateImg failed due to null pointer", __FILE__, __LINE__);
         }
-        orvane::AccumulateFrames(*work, {image}, [](std::size_t, ImageBuffer<float>& sums,
-                                                     ImageBuffer<unsigned short>& frame) { sums += frame; });
+        orvane::AccumulateFrames(*work, {image}, orvane::AddFrame());
         work->GetProperties() = image->GetProperties();
         ++accumulated;
     } catch (...) {

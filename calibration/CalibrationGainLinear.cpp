@@ -48,10 +48,7 @@ void CalibrationGainLinear::AccumulateGainImg(ImagePtr<unsigned short> frame) {
                 "CalibrationGainLinear: AccumulateGainImg failed due to null pointer", __FILE__,
                 __LINE__);
         }
-        orvane::AccumulateFrames(*accumulation, {frame},
-                                 [](std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& f) {
-                                     sums = orvane::Max(0.0f, f + sums);
-                                 });
+        orvane::AccumulateFrames(*accumulation, {frame}, orvane::AddFrameAtLeastZero());
         accumulation->GetProperties() = frame->GetProperties();
         ++imageCount;
     } catch (...) {
@@ -78,10 +75,7 @@ void CalibrationGainLinear::CalculateGainReference(const std::vector<ImagePtr<un
         std::all_of(frames.begin(), frames.end(), [](const auto& frame) { return bool(frame); })) {
         // The frames as one pass, block by block: the sums of AccumulateGainImg.
         try {
-            orvane::AccumulateFrames(*accumulation, frames,
-                                     [](std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& frame) {
-                                         sums = orvane::Max(0.0f, frame + sums);
-                                     });
+            orvane::AccumulateFrames(*accumulation, frames, orvane::AddFrameAtLeastZero());
         } catch (...) {
             LogAndThrow<CalibrationException>("CalibrationGainLinear: AccumulateGainImg failed", __FILE__,
                                               __LINE__);

@@ -199,10 +199,7 @@ void CalibrationGainPoly::AccumulateGainImg(ImagePtr<unsigned short> frame) {
             LogAndThrow<CalibrationException>(
                 "CalibrationGainPoly: AccumulateGainImg failed due to null pointer", __FILE__, __LINE__);
         }
-        orvane::AccumulateFrames(*accumulation, {frame},
-                                 [](std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& f) {
-                                     sums = orvane::Max(0.0f, f + sums);
-                                 });
+        orvane::AccumulateFrames(*accumulation, {frame}, orvane::AddFrameAtLeastZero());
         accumulation->GetProperties() = frame->GetProperties();
         ++imageCount;
         ++framesInDose;

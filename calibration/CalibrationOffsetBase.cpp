@@ -41,8 +41,7 @@ void CalibrationOffsetBase::AccumulateOffset(ImagePtr<unsigned short> image) {
             workImages.AcquireInto(accumulation);
             *accumulation->GetBuffer() = *image->GetBuffer();
         } else {
-            orvane::AccumulateFrames(*accumulation, {image}, [](std::size_t, ImageBuffer<float>& sums,
-                                                                ImageBuffer<unsigned short>& frame) { sums += frame; });
+            orvane::AccumulateFrames(*accumulation, {image}, orvane::AddFrame());
         }
         accumulation->GetProperties() = image->GetProperties();
         ++frameCount;

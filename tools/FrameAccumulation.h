@@ -35,6 +35,18 @@ void AccumulateFrames(ImageAcquisition<float>& sums, const std::vector<ImagePtr<
     });
 }
 
+// The steps of the calibrations' sums: sums + frame, and the same kept at 0 or above.
+struct AddFrame {
+    void operator()(std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& frame) const {
+        sums += frame;
+    }
+};
+struct AddFrameAtLeastZero {
+    void operator()(std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& frame) const {
+        sums = Max(0.0f, frame + sums);
+    }
+};
+
 }  // namespace orvane
 
 #endif
