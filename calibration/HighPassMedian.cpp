@@ -77,20 +77,20 @@ void CheckFit(const ImageAcquisition<float>& source, const ImageAcquisition<floa
 
 // The levels of the area's pixels, row after row, when every one lies in
 // 0 .. levels - 1; otherwise none.
-template <typename Level>
-PixelArray<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& area, long stride,
+template <typename Stored>
+PixelArray<Stored> AreaLevels(const ImageAcquisition<float>& source, const ROI& area, long stride,
                              int levels) {
-    PixelArray<Level> result = AllocatePixels<Level>(static_cast<size_t>(area.width) * area.height);
+    PixelArray<Stored> result = AllocatePixels<Stored>(static_cast<size_t>(area.width) * area.height);
     std::atomic<bool> valid{true};
     orvane::ParallelFor(area.height, 64, [&](int firstRow, int endRow) {
         bool rowsValid = true;
         for (int r = firstRow; r < endRow; ++r) {
             const float* const row = source.GetData() + (area.top + r) * stride + area.left;
-            Level* const out = result.get() + static_cast<size_t>(r) * area.width;
+            Stored* const out = result.get() + static_cast<size_t>(r) * area.width;
             for (int c = 0; c < area.width; ++c) {
                 const std::int32_t v = Level(row[c]);
                 rowsValid &= v >= 0 && v < levels;
-                out[c] = static_cast<Level>(v);
+                out[c] = static_cast<Stored>(v);
             }
         }
         if (!rowsValid) valid = false;
@@ -103,8 +103,8 @@ PixelArray<Level> AreaLevels(const ImageAcquisition<float>& source, const ROI& a
 // of at least two pixels: no failure can occur (a walk down stops at level -1 at the
 // latest, where nothing is at or below, and a walk up at levels - 1, where all is),
 // so rows run without checks, and on every core: each row starts its walk afresh.
-template <typename Level, typename Count, typename Combine>
-void RunValidRows(const Level* levelsOfArea, const ImagePtr<float>& image, ROI area,
+template <typename Stored, typename Count, typename Combine>
+void RunValidRows(const Stored* levelsOfArea, const ImagePtr<float>& image, ROI area,
                   int windowWidth, int windowHeight, float slope, float offset, int levels,
                   const Combine& combine, bool parallel) {
     const int width = area.width;
@@ -115,13 +115,13 @@ void RunValidRows(const Level* levelsOfArea, const ImagePtr<float>& image, ROI a
     const std::int32_t half = windowWidth * windowHeight / 2;
     const auto rows = [&](int firstRow, int endRow) {
         std::vector<Count> histogram(static_cast<size_t>(levels));
-        std::vector<const Level*> windowRows(static_cast<size_t>(windowHeight));
+        std::vector<const Stored*> windowRows(static_cast<size_t>(windowHeight));
         for (int r = firstRow; r < endRow; ++r) {
             for (int j = 0; j < windowHeight; ++j) {
                 windowRows[j] = levelsOfArea + static_cast<size_t>(Reflect(r - hh + j, height)) * width;
             }
             float* const line = image->GetData() + (area.top + r) * stride + area.left;
-            for (const Level* row : windowRows) {
+            for (const Stored* row : windowRows) {
                 for (int i = 0; i < windowWidth; ++i) {
                     ++histogram[row[Reflect(i - hw, width)]];
                 }
@@ -133,7 +133,7 @@ void RunValidRows(const Level* levelsOfArea, const ImagePtr<float>& image, ROI a
                     const int x0 = c - hw;
                     const int out = Reflect(x0 - 1, width);
                     const int in = Reflect(x0 + windowWidth - 1, width);
-                    for (const Level* row : windowRows) {
+                    for (const Stored* row : windowRows) {
                         const std::int32_t vOut = row[out];
                         const std::int32_t vIn = row[in];
                         --histogram[vOut];
@@ -154,7 +154,7 @@ void RunValidRows(const Level* levelsOfArea, const ImagePtr<float>& image, ROI a
             }
             // Empty the histogram for the next row: the last window leaves it.
             const int x0 = width - 1 - hw;
-            for (const Level* row : windowRows) {
+            for (const Stored* row : windowRows) {
                 for (int i = 0; i < windowWidth; ++i) {
                     --histogram[row[Reflect(x0 + i, width)]];
                 }

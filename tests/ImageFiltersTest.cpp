@@ -440,6 +440,9 @@ TEST(HighPassMedian, SubtractMatchesTheSortedWindowsDivideTestsTheMedianAndFailu
         {[&] { Subtract(zeros, image, all, 0, 3, 2); }, "Window does not fit the area", info},
         {[&] { Subtract(MakeImage<float>(4, 4, {1, 1, 1, 1, 1, -1}), image, all, 3, 3, 2); }, add,
          "E Pixel ( 0, 0 ) iPos = -1\n"},
+        // One level past 65535 is no 16-bit level either.
+        {[&] { Subtract(MakeImage<float>(4, 4, {1, 1, 1, 1, 65537}), image, all, 3, 3, 65536); }, add,
+         "E Pixel ( 0, 0 ) iPos = 65537\n"},
         // Level 5 of 5 comes in at column 3: the pixels before it stay replaced.
         {[&] { Subtract(MakeImage<float>(5, 1, {1, 1, 1, 1, 5}), row, ROI(0, 0, 1, 5), 3, 1, 5); }, add,
          "E Pixel ( 0, 3 ) iPos = 5\n"},
