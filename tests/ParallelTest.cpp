@@ -57,8 +57,8 @@ TEST(Parallel, TheCountComesFromTheHostThenTheEnvironmentThenTheCores) {
 }
 
 TEST(FrameAccumulation, BlocksOnAnyThreadCountGiveTheSumsOfWholeFramesOneAfterAnother) {
-    // 211 x 197 is three blocks, the last one short; one frame is shorter than the sums
-    // (it stops inside the second block) and one longer; the sums start stale.
+    // 211 x 197 is three blocks of 16384, the last one short; one frame is shorter than
+    // the sums (it stops inside the second block) and one longer; the sums start stale.
     using orvane::test::Frame;
     using orvane::test::MakeImageOf;
     std::mt19937 random(3);
@@ -80,7 +80,7 @@ TEST(FrameAccumulation, BlocksOnAnyThreadCountGiveTheSumsOfWholeFramesOneAfterAn
         for (const int threads : {1, 2, 7}) {
             orvane::SetThreadCount(threads);
             const auto sums = MakeImageOf<float>(211, 197, [&](int x, int y) { return stale->GetData()[y * 211 + x]; });
-            orvane::AccumulateFrames(*sums, frames, step);
+            orvane::AccumulateFrames(*sums, frames, step, 16384);
             EXPECT_EQ(0, std::memcmp(expected->GetData(), sums->GetData(), sizeof(float) * 211 * 197))
                 << threads << " threads";
         }

@@ -18,11 +18,11 @@ namespace orvane {
 // on every core. Each pixel still takes the frames in their order, and a part covers
 // only the pixels its frame has (as a buffer expression covers the smaller size), so
 // the result is that of applying the step to whole buffers frame after frame, for any
-// thread count. Every frame must be present.
+// thread count. Every frame must be present. Blocks of 1 Mi pixels (4 MiB of sums)
+// measured fastest on full frames, against 16 Ki and 256 Ki.
 template <typename Step>
 void AccumulateFrames(ImageAcquisition<float>& sums, const std::vector<ImagePtr<unsigned short>>& frames,
-                      const Step& step) {
-    constexpr int block = 65536;
+                      const Step& step, int block = 1 << 20) {
     ParallelFor(sums.GetPixelCount(), block, [&](int begin, int end) {
         ImageBuffer<float> sumsPart(sums.GetData() + begin, end - begin);
         for (std::size_t k = 0; k < frames.size(); ++k) {
