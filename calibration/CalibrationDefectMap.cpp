@@ -13,7 +13,6 @@
 #include "interfaces/CorrectionGainLinear.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cmath>
 #include <string>
 
@@ -82,7 +81,7 @@ void CalibrationDefectMap::DefectMap6(const std::vector<ImagePtr<unsigned short>
             __LINE__);
     }
     BeginDose();
-    if (std::all_of(images.begin(), images.end(), [](const auto& image) { return bool(image); })) {
+    if (orvane::EveryFramePresent(images)) {
         // The dose as one pass, block by block: the sums of the loop below.
         try {
             orvane::AccumulateFrames(*work, images, orvane::AddFrame());

@@ -10,7 +10,6 @@
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
-#include <cstddef>
 
 using orvane::detail::RequireInit;
 
@@ -44,7 +43,7 @@ void CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge(
             __FILE__, __LINE__);
     }
     if (workImages.IsOpen() &&
-        std::all_of(images.begin(), images.end(), [](const auto& image) { return bool(image); })) {
+        orvane::EveryFramePresent(images)) {
         // The series as one pass, block by block: the sums of the loop below.
         try {
             orvane::AccumulateFrames(*work, images, orvane::AddFrame());

@@ -8,7 +8,6 @@
 #include "interfaces/ReferenceException.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <memory>
 
 using orvane::detail::RequireInit;
@@ -72,7 +71,7 @@ void CalibrationGainLinear::CalculateGainReference(const std::vector<ImagePtr<un
             __FILE__, __LINE__);
     }
     if (workImages.IsOpen() && accumulation &&
-        std::all_of(frames.begin(), frames.end(), [](const auto& frame) { return bool(frame); })) {
+        orvane::EveryFramePresent(frames)) {
         // The frames as one pass, block by block: the sums of AccumulateGainImg.
         try {
             orvane::AccumulateFrames(*accumulation, frames, orvane::AddFrameAtLeastZero());

@@ -6,7 +6,6 @@
 #include "interfaces/CalibrationException.h"
 #include "interfaces/ReferenceException.h"
 
-#include <algorithm>
 #include <cstddef>
 
 using orvane::detail::RequireInit;
@@ -52,8 +51,7 @@ void CalibrationOffsetBase::AccumulateOffset(ImagePtr<unsigned short> image) {
 }
 
 void CalibrationOffsetBase::AccumulateOffsets(const std::vector<ImagePtr<unsigned short>>& images) {
-    const bool allPresent = std::all_of(images.begin(), images.end(), [](const auto& i) { return bool(i); });
-    if (accumulation || !workImages.IsOpen() || !allPresent || images.empty()) {
+    if (accumulation || !workImages.IsOpen() || !orvane::EveryFramePresent(images) || images.empty()) {
         for (const auto& image : images) {
             AccumulateOffset(image);
         }

@@ -35,6 +35,11 @@ void AccumulateFrames(ImageAcquisition<float>& sums, const std::vector<ImagePtr<
     });
 }
 
+// Whether every frame of a series is present, so that it can run as one pass.
+inline bool EveryFramePresent(const std::vector<ImagePtr<unsigned short>>& frames) {
+    return std::all_of(frames.begin(), frames.end(), [](const auto& frame) { return bool(frame); });
+}
+
 // The steps of the calibrations' sums: sums + frame, and the same kept at 0 or above.
 struct AddFrame {
     void operator()(std::size_t, ImageBuffer<float>& sums, ImageBuffer<unsigned short>& frame) const {
