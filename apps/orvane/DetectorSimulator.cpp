@@ -15,6 +15,7 @@
 #include "apps/orvane/ModelGeometry.h"
 #include "io/ImageFiles.h"
 #include "tools/Parallel.h"
+#include "tools/VectorClones.h"
 
 #include <boost/make_shared.hpp>
 
@@ -93,6 +94,31 @@ inline float Curvature(std::uint64_t key, std::size_t p, unsigned char kind) {
 
 // The dark level a hot pixel has above its neighbours at the reference temperature.
 inline float HotExcess(std::uint64_t key, std::size_t p) { return 2000.0f + 6000.0f * Uniform(Hash(key, p)); }
+
+// Pixels first ... end - 1 of a frame lit with `signal` (0 for a dark), none of them
+// defective or in an echo row: level, signal less its quadratic loss, and noise. A
+// loop of its own so that it runs on vector registers; integer hashes and IEEE
+// operations give the same bits at any width.
+ORVANE_VECTOR_CLONES
+void PlainPixels(std::size_t first, std::size_t end, float signal, const float* response, const float* curvature,
+                 const float* offset, float drift, std::uint64_t noiseKey, unsigned short* out) {
+    constexpr float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
+    const auto store = [&](std::size_t p, float s) {
+        const float level = offset[p] + drift + s;
+        const float sigma = std::sqrt(darkVariance + 0.25f * s);
+        const float value = level + sigma * Normal(Hash(noiseKey, p)) + 0.5f;
+        const float clamped = value < 0.0f ? 0.0f : value;
+        out[p] = static_cast<unsigned short>(clamped > 65535.0f ? 65535.0f : clamped);
+    };
+    if (signal > 0.0f) {
+        for (std::size_t p = first; p < end; ++p) {
+            const float lit = signal * response[p];
+            store(p, lit * (1.0f - curvature[p] * lit));
+        }
+    } else {
+        for (std::size_t p = first; p < end; ++p) store(p, 0.0f);
+    }
+}
 
 float Temperature(int acquisition) { return 30.0f + 0.05f * static_cast<float>(acquisition); }
 
@@ -265,6 +291,7 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
     truth.gain = boost::make_shared<ImageAcquisition<float>>(width, height);
     truth.defects = boost::make_shared<ImageAcquisition<unsigned char>>(width, height);
     response.assign(count, 0.0f);
+    curvature.assign(count, 0.0f);
     echoRows.assign(static_cast<std::size_t>(height), 0);
     doseSignals = DoseSignals(options.doses);
     nonlinearityKey = StreamKey(options.seed, kNonlinearityStream);
@@ -296,27 +323,31 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
     float* offset = truth.offset->GetData();
     float* gain = truth.gain->GetData();
     double sum = 0.0;
-    for (int y = 0; y < height; ++y) {
-        const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-        for (int x = 0; x < width; ++x) {
-            const std::size_t p = row + static_cast<std::size_t>(x);
-            const auto kind = static_cast<DefectKind>(kinds[p]);
-            float level = BaseLevel(p, x);
-            float r = BaseResponse(p, x, y);
-            switch (kind) {
-                case DefectKind::Hot: level += HotExcess(defectKey, p); break;
-                case DefectKind::Dead: r *= 0.01f + 0.03f * Uniform(Hash(defectKey, p)); break;
-                case DefectKind::Cluster: r *= 0.03f; break;
-                case DefectKind::Line:
-                case DefectKind::Column:
-                case DefectKind::PartialLine:
-                case DefectKind::PartialColumn: r *= 0.5f; break;
-                default: break;
+    // Each pixel is a function of its own hashes: rows are made on any thread.
+    orvane::ParallelFor(height, 64, [&](int firstRow, int endRow) {
+        for (int y = firstRow; y < endRow; ++y) {
+            const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+            for (int x = 0; x < width; ++x) {
+                const std::size_t p = row + static_cast<std::size_t>(x);
+                const auto kind = static_cast<DefectKind>(kinds[p]);
+                float level = BaseLevel(p, x);
+                float r = BaseResponse(p, x, y);
+                switch (kind) {
+                    case DefectKind::Hot: level += HotExcess(defectKey, p); break;
+                    case DefectKind::Dead: r *= 0.01f + 0.03f * Uniform(Hash(defectKey, p)); break;
+                    case DefectKind::Cluster: r *= 0.03f; break;
+                    case DefectKind::Line:
+                    case DefectKind::Column:
+                    case DefectKind::PartialLine:
+                    case DefectKind::PartialColumn: r *= 0.5f; break;
+                    default: break;
+                }
+                offset[p] = level;
+                response[p] = r;
+                curvature[p] = Curvature(nonlinearityKey, p, kinds[p]);
             }
-            offset[p] = level;
-            response[p] = r;
         }
-    }
+    });
     // The truth gain is the linear response a flat shows, echo included, with mean 1.
     for (int y = 0; y < height; ++y) {
         const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
@@ -332,8 +363,7 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
     for (std::size_t p = 0; p < count; ++p) {
         gain[p] *= scale;
         response[p] *= scale;
-        const float a = Curvature(nonlinearityKey, p, kinds[p]);
-        loss += static_cast<double>(a * response[p] * response[p]);
+        loss += static_cast<double>(curvature[p] * response[p] * response[p]);
     }
     loss /= static_cast<double>(count);
     for (float signal : doseSignals) {
@@ -391,6 +421,7 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
     const float* offset = truth.offset->GetData();
     const unsigned char* kinds = truth.defects->GetData();
     const float* r = response.data();
+    const float* curve = curvature.data();
     unsigned short* out = image->GetData();
     // Whether pixel p renders as it was before its defect was planted.
     const auto clean = [defects, kinds](std::size_t p) { return !defects && kinds[p] != 0; };
@@ -399,19 +430,26 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
     auto lit = [&](std::size_t p, int x, int y) {
         const bool base = clean(p);
         const float s = signal * (base ? BaseResponse(p, x, y) * responseScale : r[p]);
-        return s * (1.0f - Curvature(curveKey, p, base ? 0 : kinds[p]) * s);
+        return s * (1.0f - (base ? Curvature(curveKey, p, 0) : curve[p]) * s);
     };
     auto store = [out](std::size_t p, float value) {
         out[p] = static_cast<unsigned short>(std::min(65535.0f, std::max(0.0f, value + 0.5f)));
     };
     const float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
-    // Every pixel is a function of its own hashes: rows are made on any thread.
+    // Every pixel is a function of its own hashes: rows are made on any thread. Plain
+    // pixels, nearly all of them, take a loop without branches; the others are redone
+    // in full after it.
     orvane::ParallelFor(height, 32, [&](int firstRow, int endRow) {
         for (int y = firstRow; y < endRow; ++y) {
             const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
             const bool echo = signal > 0.0f && echoRows[static_cast<std::size_t>(y)] != 0;
+            if (!echo) {
+                PlainPixels(row, row + static_cast<std::size_t>(width), signal, r, curve, offset, drift, noiseKey,
+                            out);
+            }
             for (int x = 0; x < width; ++x) {
                 const std::size_t p = row + static_cast<std::size_t>(x);
+                if (!echo && kinds[p] == 0) continue;
                 float s = 0.0f;
                 if (signal > 0.0f) {
                     s = lit(p, x, y);
