@@ -22,7 +22,7 @@ public:
         : width(width), height(height), pixelCount(width * height),
           bytesPerPixel(static_cast<int>(sizeof(T))),
           pixels(orvane::detail::AllocatePixels<T>(static_cast<size_t>(pixelCount)).release(),
-                 orvane::detail::FreePixels()),
+                 orvane::detail::FreePixels{static_cast<size_t>(pixelCount) * sizeof(T)}),
           buffer(new ImageBuffer<T>(pixels.get(), pixelCount)) {
         Fill(T());
     }

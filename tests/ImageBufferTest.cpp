@@ -249,6 +249,28 @@ TEST(ImageAcquisition, ConstructionZeroFillsAlsoWhenEmpty) {
     EXPECT_TRUE(Pixels(noColumns).empty());
 }
 
+TEST(ImageAcquisition, ALargeImageReusesTheBlockOfOneReleasedBeforeAndStillStartsAtZero) {
+    const int width = 1201, height = 1000;  // 4.8 MB of floats: a huge-page block
+    auto first = boost::make_shared<ImageAcquisition<float>>(width, height);
+    first->Fill(7.5f);
+    const float* block = first->GetData();
+    first.reset();
+    const auto smaller = boost::make_shared<ImageAcquisition<float>>(width, height - 600);
+    const auto second = boost::make_shared<ImageAcquisition<float>>(width, height);
+    EXPECT_NE(block, smaller->GetData());
+    EXPECT_EQ(block, second->GetData());
+    EXPECT_TRUE(std::all_of(second->GetData(), second->GetData() + second->GetPixelCount(),
+                            [](float v) { return v == 0.f; }));
+
+    // Far more released blocks than are kept: each is kept or freed, none lost twice.
+    std::vector<boost::shared_ptr<ImageAcquisition<float>>> many;
+    for (int i = 0; i < 20; ++i) many.push_back(boost::make_shared<ImageAcquisition<float>>(width, height + i));
+    many.clear();
+    for (int i = 0; i < 20; ++i) many.push_back(boost::make_shared<ImageAcquisition<float>>(width, height + i));
+    EXPECT_TRUE(std::all_of(many.back()->GetData(), many.back()->GetData() + many.back()->GetPixelCount(),
+                            [](float v) { return v == 0.f; }));
+}
+
 TEST_F(Pools, AcquireTakesTheFreeImageNearestThePoolStartAndClientsShareThePoolOfTheLargestReservation) {
     auto client = Open<unsigned short>(1001, 3);
     client->Reserve(3);
