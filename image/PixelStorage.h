@@ -61,8 +61,8 @@ public:
     }
 
 private:
-    static constexpr std::size_t kBlocks = 8;
-    static constexpr std::size_t kBytes = std::size_t(256) << 20;
+    static constexpr std::size_t kBlocks = 16;
+    static constexpr std::size_t kBytes = std::size_t(512) << 20;
     struct Block {
         void* start;
         std::size_t bytes;

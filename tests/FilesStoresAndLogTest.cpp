@@ -24,6 +24,7 @@
 using boost::property_tree::ptree;
 using namespace orvane::test;
 using Lines = std::vector<std::string>;
+using Crc32c = boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true>;
 
 namespace {
 
@@ -148,7 +149,7 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     ASSERT_EQ(128 + block.size() + 2 * 6 * 2, good.size());
     // The checksum is CRC-32C (reflected, initial and final value all ones) of the file
     // with its own field read as zero.
-    boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true> crc;
+    Crc32c crc;
     const std::string unsummed = WithInt32At(good, 36, 0);
     crc.process_bytes(unsummed.data(), unsummed.size());
     std::string header = "OFXD" + std::string(124, '\0');  // then 88 reserved zero bytes
@@ -230,6 +231,24 @@ TEST(ImageFxdFile, LayoutIsTheDocumentedOneAndDamagedCopiesOrWrongFramesAreRefus
     ImageFxdFileIn old("old.fxd");
     EXPECT_FALSE(old.VerifyChecksum());
     EXPECT_EQ("101", old.GetProperties(0).get<std::string>("image.time"));
+
+    // A file of several read chunks and an odd length has the same checksum.
+    const int width = 1031, height = 611;
+    std::vector<unsigned short> large(static_cast<size_t>(width) * height);
+    for (size_t i = 0; i < large.size(); ++i) large[i] = static_cast<unsigned short>(i * 2654435761u >> 7);
+    ImageFxdFileOut big("big.fxd");
+    properties.put("image.note", "odd!");
+    big.SetProperties(properties, 0);
+    big.Open(width, height, 1, true);
+    big.WriteFrame(large.data(), 0);
+    big.Close();
+    const std::string bigBytes = ReadFile("big.fxd");
+    ASSERT_EQ(1u, bigBytes.size() % 2);
+    Crc32c bigCrc;
+    const std::string bigUnsummed = WithInt32At(bigBytes, 36, 0);
+    bigCrc.process_bytes(bigUnsummed.data(), bigUnsummed.size());
+    EXPECT_EQ(WithInt32At(bigBytes, 36, std::int32_t(bigCrc.checksum())), bigBytes);
+    EXPECT_TRUE(ImageFxdFileIn("big.fxd").VerifyChecksum());
 }
 
 TEST(LogAndThrow, LinesReachTheSinksInOrderThrowsLogTheChainInnerFirstAndCopiesKeepTheType) {

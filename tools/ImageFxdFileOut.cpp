@@ -2,6 +2,10 @@
 
 #include <boost/crc.hpp>
 
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <nmmintrin.h>
+#endif
+
 #include <cerrno>
 #include <cstring>
 #include <limits>
@@ -22,8 +26,61 @@ int FxdBytesPerPixel(int pixelType) {
     }
 }
 
+namespace {
+
+// CRC-32C: reflected, initial and final value all ones.
+using Crc32c = boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true>;
+
+#if defined(__x86_64__) && defined(__GNUC__)
+// The processor's crc32 instruction computes this very CRC, eight bytes a step: about
+// twenty times Boost's table walk, which made the checksum a large part of writing a frame.
+__attribute__((target("sse4.2"))) std::uint32_t Crc32cByInstruction(std::uint32_t state, const char* data,
+                                                                     std::size_t size) {
+    std::uint64_t crc = state;
+    for (; size >= 8; data += 8, size -= 8) {
+        std::uint64_t word;
+        std::memcpy(&word, data, sizeof word);  // little-endian: the first byte is taken first
+        crc = _mm_crc32_u64(crc, word);
+    }
+    auto tail = static_cast<std::uint32_t>(crc);
+    for (; size > 0; ++data, --size) tail = _mm_crc32_u8(tail, static_cast<unsigned char>(*data));
+    return tail;
+}
+
+bool HasCrc32cInstruction() {
+    static const bool has = __builtin_cpu_supports("sse4.2");
+    return has;
+}
+#endif
+
+// The checksum of bytes given chunk after chunk.
+class Crc32cOfChunks {
+public:
+    void Add(const char* data, std::size_t size) {
+#if defined(__x86_64__) && defined(__GNUC__)
+        if (instruction) {
+            state = Crc32cByInstruction(state, data, size);
+            return;
+        }
+#endif
+        table.process_bytes(data, size);
+    }
+    std::uint32_t Checksum() const { return instruction ? state ^ 0xFFFFFFFFu : table.checksum(); }
+
+private:
+#if defined(__x86_64__) && defined(__GNUC__)
+    bool instruction = HasCrc32cInstruction();
+#else
+    bool instruction = false;
+#endif
+    std::uint32_t state = 0xFFFFFFFFu;
+    Crc32c table;
+};
+
+}  // namespace
+
 std::uint32_t FxdFileChecksum(std::istream& stream) {
-    boost::crc_optimal<32, 0x1EDC6F41, 0xFFFFFFFF, 0xFFFFFFFF, true, true> crc;  // CRC-32C
+    Crc32cOfChunks crc;
     std::vector<char> chunk(std::size_t{1} << 20);
     stream.clear();
     stream.seekg(0, std::ios::beg);
@@ -35,11 +92,11 @@ std::uint32_t FxdFileChecksum(std::istream& stream) {
              i < std::min<std::streamoff>(start + count, kFxdChecksumOffset + 4); ++i) {
             chunk[static_cast<std::size_t>(i - start)] = 0;
         }
-        crc.process_bytes(chunk.data(), static_cast<std::size_t>(count));
+        crc.Add(chunk.data(), static_cast<std::size_t>(count));
     }
     if (!stream.eof()) throw std::ios_base::failure("read error");
     stream.clear();
-    return crc.checksum();
+    return crc.Checksum();
 }
 
 }  // namespace detail
