@@ -348,6 +348,14 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
             }
         }
     });
+    // The defective pixels, row after row, for the frames to redo.
+    defectRowStart.assign(1, 0);
+    for (std::size_t row = 0; row < count; row += static_cast<std::size_t>(width)) {
+        for (std::size_t p = row; p < row + static_cast<std::size_t>(width); ++p) {
+            if (kinds[p] != 0) defectPixels.push_back(p);
+        }
+        defectRowStart.push_back(defectPixels.size());
+    }
     // The truth gain is the linear response a flat shows, echo included, with mean 1.
     for (int y = 0; y < height; ++y) {
         const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
@@ -436,6 +444,26 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
         out[p] = static_cast<unsigned short>(std::min(65535.0f, std::max(0.0f, value + 0.5f)));
     };
     const float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
+    // Pixel p in column x, row y, whatever it is.
+    const auto full = [&](std::size_t p, int x, int y) {
+        float s = 0.0f;
+        if (signal > 0.0f) {
+            s = lit(p, x, y);
+            if (echoRows[static_cast<std::size_t>(y)] != 0) {
+                s += kEcho * lit(p - static_cast<std::size_t>(width), x, y - 1);
+            }
+        }
+        const bool base = clean(p);
+        float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
+        float sigma = std::sqrt(darkVariance + 0.25f * s);
+        const unsigned char kind = base ? 0 : kinds[p];
+        if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
+            sigma *= kNoisyFactor;
+        } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
+            level += hotGrowth * HotExcess(defectKey, p);
+        }
+        store(p, level + sigma * Normal(Hash(noiseKey, p)));
+    };
     // Every pixel is a function of its own hashes: rows are made on any thread. Plain
     // pixels, nearly all of them, take a loop without branches; the others are redone
     // in full after it.
@@ -447,24 +475,13 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
                 PlainPixels(row, row + static_cast<std::size_t>(width), signal, r, curve, offset, drift, noiseKey,
                             out);
             }
-            for (int x = 0; x < width; ++x) {
-                const std::size_t p = row + static_cast<std::size_t>(x);
-                if (!echo && kinds[p] == 0) continue;
-                float s = 0.0f;
-                if (signal > 0.0f) {
-                    s = lit(p, x, y);
-                    if (echo) s += kEcho * lit(p - static_cast<std::size_t>(width), x, y - 1);
+            if (echo) {
+                for (int x = 0; x < width; ++x) full(row + static_cast<std::size_t>(x), x, y);
+            } else {
+                const std::size_t last = defectRowStart[static_cast<std::size_t>(y) + 1];
+                for (std::size_t i = defectRowStart[static_cast<std::size_t>(y)]; i < last; ++i) {
+                    full(defectPixels[i], static_cast<int>(defectPixels[i] - row), y);
                 }
-                const bool base = clean(p);
-                float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
-                float sigma = std::sqrt(darkVariance + 0.25f * s);
-                const unsigned char kind = base ? 0 : kinds[p];
-                if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
-                    sigma *= kNoisyFactor;
-                } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
-                    level += hotGrowth * HotExcess(defectKey, p);
-                }
-                store(p, level + sigma * Normal(Hash(noiseKey, p)));
             }
         }
     });

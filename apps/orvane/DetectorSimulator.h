@@ -61,6 +61,8 @@ private:
     GroundTruth truth;
     std::vector<float> response;          // per-pixel response before the echo; the truth gain adds it
     std::vector<float> curvature;         // per-pixel quadratic loss, defects included
+    std::vector<std::size_t> defectPixels;    // every pixel with a planted defect, in order
+    std::vector<std::size_t> defectRowStart;  // row y's are defectPixels[start[y] ... start[y + 1] - 1]
     std::vector<unsigned char> echoRows;  // 1 for a row that echoes the row above
     std::vector<float> doseSignals;       // nominal signal of each dose, lowest first
     std::uint64_t nonlinearityKey = 0;    // stream of the per-pixel non-linearity
