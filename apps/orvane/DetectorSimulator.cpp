@@ -471,13 +471,11 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
         for (int y = firstRow; y < endRow; ++y) {
             const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
             const bool echo = signal > 0.0f && echoRows[static_cast<std::size_t>(y)] != 0;
-            if (!echo) {
-                PlainPixels(row, row + static_cast<std::size_t>(width), signal, r, curve, offset, drift, noiseKey,
-                            out);
-            }
             if (echo) {
                 for (int x = 0; x < width; ++x) full(row + static_cast<std::size_t>(x), x, y);
             } else {
+                PlainPixels(row, row + static_cast<std::size_t>(width), signal, r, curve, offset, drift, noiseKey,
+                            out);
                 const std::size_t last = defectRowStart[static_cast<std::size_t>(y) + 1];
                 for (std::size_t i = defectRowStart[static_cast<std::size_t>(y)]; i < last; ++i) {
                     full(defectPixels[i], static_cast<int>(defectPixels[i] - row), y);
