@@ -23,6 +23,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <system_error>
@@ -517,10 +518,14 @@ private:
 }  // namespace
 
 void WriteSimulatedSeries(const SimulationOptions& options, const std::string& dir, Progress& progress) {
+    WriteSimulatedSeries(DetectorSimulator(options), dir, progress);
+}
+
+void WriteSimulatedSeries(const DetectorSimulator& simulator, const std::string& dir, Progress& progress) {
+    const SimulationOptions& options = simulator.Options();
     std::error_code error;
     std::filesystem::create_directories(dir, error);
     if (error) throw InputError(dir, "cannot be created: " + error.message());
-    const DetectorSimulator simulator(options);
     const GroundTruth& truth = simulator.Truth();
     const std::string size = std::to_string(truth.width) + " x " + std::to_string(truth.height);
     const std::string extension = io::FormatExtension(options.format);
@@ -531,12 +536,26 @@ void WriteSimulatedSeries(const SimulationOptions& options, const std::string& d
         if (oneFile) return SeriesOutput(dir + "/series" + extension, options.format, "/" + stack, frames);
         return SeriesOutput(dir + "/" + (frameFiles ? frameFile : stack + extension), options.format, "", frames);
     };
+    // Frames in acquisition order; the next one is made while this one is written.
+    const int total = options.darkFrames + options.doses * options.framesPerDose;
+    const auto make = [&simulator, &options](int k) {
+        if (k < options.darkFrames) return simulator.Dark(k);
+        const int flat = k - options.darkFrames;
+        return simulator.Flat(flat / options.framesPerDose + 1, flat % options.framesPerDose);
+    };
+    int made = 0;
+    std::future<ImagePtr<unsigned short>> pending = std::async(std::launch::async, make, made);
+    const auto next = [&] {
+        ImagePtr<unsigned short> frame = pending.get();
+        if (++made < total) pending = std::async(std::launch::async, make, made);
+        return frame;
+    };
 
     progress.Stage("simulating " + std::to_string(options.darkFrames) + " dark frames of " + size);
     std::unique_ptr<SeriesOutput> out;
     for (int i = 0; i < options.darkFrames; ++i) {
         if (frameFiles || i == 0) out = std::make_unique<SeriesOutput>(output("dark", DarkFileName(i), options.darkFrames));
-        out->Write(*simulator.Dark(i));
+        out->Write(*next());
         if (frameFiles || i + 1 == options.darkFrames) out->Close();
         progress.Step(i + 1, options.darkFrames);
     }
@@ -549,7 +568,7 @@ void WriteSimulatedSeries(const SimulationOptions& options, const std::string& d
             if (frameFiles || i == 0) {
                 out = std::make_unique<SeriesOutput>(output(stack, FlatFileName(dose, i), options.framesPerDose));
             }
-            out->Write(*simulator.Flat(dose, i));
+            out->Write(*next());
             if (frameFiles || i + 1 == options.framesPerDose) out->Close();
             progress.Step(i + 1, options.framesPerDose);
         }

@@ -35,6 +35,7 @@ class DetectorSimulator {
 public:
     explicit DetectorSimulator(const SimulationOptions& options);
 
+    const SimulationOptions& Options() const { return options; }  // frame size filled in
     const GroundTruth& Truth() const { return truth; }
     ImagePtr<unsigned short> Dark(int index) const;
     ImagePtr<unsigned short> Flat(int dose, int index) const;  // dose 1..doses
@@ -74,9 +75,11 @@ private:
     float responseScale = 1.0f;           // normalises the truth gain to mean 1
 };
 
-// Writes every dark and flat frame of `options` and the ground truth into `dir`
-// (created if missing), reporting a stage per series and a step per frame.
+// Writes every dark and flat frame of `options` (or of `simulator`) and the ground
+// truth into `dir` (created if missing), reporting a stage per series and a step per
+// frame.
 void WriteSimulatedSeries(const SimulationOptions& options, const std::string& dir, Progress& progress);
+void WriteSimulatedSeries(const DetectorSimulator& simulator, const std::string& dir, Progress& progress);
 
 }  // namespace app
 }  // namespace orvane

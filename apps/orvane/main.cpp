@@ -343,13 +343,13 @@ int Demo(const std::vector<std::string>& args) {
     SimulationOptions simulation;
     simulation.model = FindModel(model).key;
     const std::string frames = out + "/frames";
+    const DetectorSimulator simulator(simulation);  // also renders the frames again, defect-free for the check
     {
         StagingFolder folder(frames);
-        WriteSimulatedSeries(simulation, folder.Path(), progress);
+        WriteSimulatedSeries(simulator, folder.Path(), progress);
         folder.Commit(true);  // the demo's own folder: an earlier run's frames go
     }
     const GroundTruth truth = LoadGroundTruth(frames);
-    const DetectorSimulator simulator(simulation);  // renders the frames again, defect-free for the check
     DemoCheck check;
     check.truth = &truth;
     check.simulator = &simulator;
