@@ -5,6 +5,7 @@
 #include "apps/orvane/FrameReader.h"
 #include "apps/orvane/InputError.h"
 #include "OrvaneCalibration.h"
+#include "image/PixelStorage.h"
 
 #include <boost/make_shared.hpp>
 
@@ -30,7 +31,7 @@ struct Robust {
     float mean = 0.0f;
     float sigma = 0.0f;
 };
-Robust RobustOf(std::vector<float>& values) {
+Robust RobustOf(orvane::detail::PixelVector<float>& values) {
     Robust robust;
     if (values.empty()) return robust;
     ComputeGFAMeanAndSigma(values.data(), static_cast<unsigned>(values.size()), 3, 0.001f,
@@ -181,7 +182,7 @@ CorrectionFigures CheckCorrection(const std::string& dir, const std::string& mod
     const ROI area = GainArea(s_gainLinearParametersSet.lookup(model), width, height);
     const float* pixels = measured->GetData();
     const unsigned char* mark = marks->GetData();  // the same map for every frame
-    std::vector<float> all, good;
+    orvane::detail::PixelVector<float> all, good;  // full-frame buffers: on huge pages
     all.reserve(static_cast<std::size_t>(area.width) * area.height);
     good.reserve(all.capacity());
     for (int y = area.top; y < area.top + area.height; ++y) {

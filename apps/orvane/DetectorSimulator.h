@@ -60,8 +60,10 @@ private:
 
     SimulationOptions options;
     GroundTruth truth;
-    std::vector<float> response;          // per-pixel response before the echo; the truth gain adds it
-    std::vector<float> curvature;         // per-pixel quadratic loss, defects included
+    // Per pixel: the response before the echo (the truth gain adds it), and the
+    // quadratic loss, defects included. Full frames of floats: on huge pages.
+    orvane::detail::PixelVector<float> response;
+    orvane::detail::PixelVector<float> curvature;
     std::vector<std::size_t> defectPixels;    // every pixel with a planted defect, in order
     std::vector<std::size_t> defectRowStart;  // row y's are defectPixels[start[y] ... start[y + 1] - 1]
     std::vector<unsigned char> echoRows;  // 1 for a row that echoes the row above

@@ -2,6 +2,7 @@
 
 #include "apps/orvane/FrameReader.h"
 #include "calibration/ImageStatistics.h"
+#include "image/PixelStorage.h"
 #include "interfaces/CorrectionGainLinear.h"
 
 #include <boost/make_shared.hpp>
@@ -108,7 +109,8 @@ double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition
     const int width = flat.GetWidth();
     const ROI area = GainArea(record, width, flat.GetHeight());
     const int x0 = area.left, y0 = area.top, x1 = area.left + area.width, y1 = area.top + area.height;
-    std::vector<float> values;
+    // Full-frame buffers: on huge pages.
+    orvane::detail::PixelVector<float> values;
     values.reserve(static_cast<std::size_t>(x1 - x0) * static_cast<std::size_t>(y1 - y0));
     const unsigned char* map = defects ? defects->GetData() : nullptr;
     const unsigned short* codes = gainCodes.GetData();
@@ -124,7 +126,7 @@ double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition
     if (values.empty()) {
         return kNaN;
     }
-    std::vector<float> scratch(values.size());
+    orvane::detail::PixelVector<float> scratch(values.size());
     float mean = 0.0f;
     float sigma = 0.0f;
     ComputeGFAMeanAndSigma(values.data(), scratch.data(), static_cast<unsigned>(values.size()), 3, 0.001f,
