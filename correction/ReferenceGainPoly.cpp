@@ -2,6 +2,7 @@
 
 #include "correction/ReferenceFile.h"
 #include "interfaces/ReferenceException.h"
+#include "tools/Parallel.h"
 
 #include <boost/make_shared.hpp>
 
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
+#include <vector>
 
 namespace {
 
@@ -99,17 +101,27 @@ void ReferenceGainPoly::CompressImage(const ImagePtr<float>& source, int coeffic
     CheckPair(source, target, "CompressImage");
     const float* in = source->GetData();
     const int count = source->GetPixelCount();
-    float scale = 0.0f;
-    for (int i = 0; i < count; ++i) {
-        const float magnitude = std::fabs(in[i]);
-        if (magnitude > scale && std::isfinite(magnitude)) {
-            scale = magnitude;
+    // The largest finite magnitude: the largest of each piece's, the same value for
+    // any split. Then every pixel's code on its own.
+    constexpr int kPiece = 4096;
+    std::vector<float> largest(static_cast<size_t>((count + kPiece - 1) / kPiece), 0.0f);
+    orvane::ParallelFor(count, kPiece, [&](int begin, int end) {
+        float scale = 0.0f;
+        for (int i = begin; i < end; ++i) {
+            const float magnitude = std::fabs(in[i]);
+            if (magnitude > scale && std::isfinite(magnitude)) {
+                scale = magnitude;
+            }
         }
-    }
+        largest[static_cast<size_t>(begin / kPiece)] = scale;
+    });
+    const float scale = largest.empty() ? 0.0f : *std::max_element(largest.begin(), largest.end());
     unsigned short* out = target->GetData();
-    for (int i = 0; i < count; ++i) {
-        out[i] = CodeOf(in[i], scale);
-    }
+    orvane::ParallelFor(count, kPiece, [&](int begin, int end) {
+        for (int i = begin; i < end; ++i) {
+            out[i] = CodeOf(in[i], scale);
+        }
+    });
     scales[static_cast<size_t>(coefficient)] = scale;
 }
 
