@@ -75,6 +75,7 @@ constexpr float kDarkLevel = 1000.0f;
 constexpr float kFixedPatternSigma = 20.0f;
 constexpr float kColumnPatternSigma = 8.0f;
 constexpr float kReadNoiseSigma = 6.0f;
+constexpr float kDarkVariance = kReadNoiseSigma * kReadNoiseSigma;
 constexpr float kNoisyFactor = 20.0f;
 constexpr float kCountsPerDegree = 2.0f;
 constexpr float kNonlinearity = 1.0e-6f;  // relative loss per count of signal: ~3 % at 32000
@@ -96,6 +97,15 @@ inline float Curvature(std::uint64_t key, std::size_t p, unsigned char kind) {
 // The dark level a hot pixel has above its neighbours at the reference temperature.
 inline float HotExcess(std::uint64_t key, std::size_t p) { return 2000.0f + 6000.0f * Uniform(Hash(key, p)); }
 
+// A pixel's level as the frame stores it: rounded half up and clamped to 16 bits.
+// Written as std::max and std::min compare, without their calls, so that loops using
+// it vectorise.
+inline unsigned short Counts(float level) {
+    const float rounded = level + 0.5f;
+    const float low = 0.0f < rounded ? rounded : 0.0f;
+    return static_cast<unsigned short>(low < 65535.0f ? low : 65535.0f);
+}
+
 // Pixels first ... end - 1 of a frame lit with `signal` (0 for a dark), none of them
 // defective or in an echo row: level, signal less its quadratic loss, and noise. A
 // loop of its own so that it runs on vector registers; integer hashes and IEEE
@@ -103,13 +113,10 @@ inline float HotExcess(std::uint64_t key, std::size_t p) { return 2000.0f + 6000
 ORVANE_VECTOR_CLONES
 void PlainPixels(std::size_t first, std::size_t end, float signal, const float* response, const float* curvature,
                  const float* offset, float drift, std::uint64_t noiseKey, unsigned short* out) {
-    constexpr float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
     const auto store = [&](std::size_t p, float s) {
         const float level = offset[p] + drift + s;
-        const float sigma = std::sqrt(darkVariance + 0.25f * s);
-        const float value = level + sigma * Normal(Hash(noiseKey, p)) + 0.5f;
-        const float clamped = value < 0.0f ? 0.0f : value;
-        out[p] = static_cast<unsigned short>(clamped > 65535.0f ? 65535.0f : clamped);
+        const float sigma = std::sqrt(kDarkVariance + 0.25f * s);
+        out[p] = Counts(level + sigma * Normal(Hash(noiseKey, p)));
     };
     if (signal > 0.0f) {
         for (std::size_t p = first; p < end; ++p) {
@@ -441,10 +448,6 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
         const float s = signal * (base ? BaseResponse(p, x, y) * responseScale : r[p]);
         return s * (1.0f - (base ? Curvature(curveKey, p, 0) : curve[p]) * s);
     };
-    auto store = [out](std::size_t p, float value) {
-        out[p] = static_cast<unsigned short>(std::min(65535.0f, std::max(0.0f, value + 0.5f)));
-    };
-    const float darkVariance = kReadNoiseSigma * kReadNoiseSigma;
     // Pixel p in column x, row y, whatever it is.
     const auto full = [&](std::size_t p, int x, int y) {
         float s = 0.0f;
@@ -456,14 +459,14 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
         }
         const bool base = clean(p);
         float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
-        float sigma = std::sqrt(darkVariance + 0.25f * s);
+        float sigma = std::sqrt(kDarkVariance + 0.25f * s);
         const unsigned char kind = base ? 0 : kinds[p];
         if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
             sigma *= kNoisyFactor;
         } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
             level += hotGrowth * HotExcess(defectKey, p);
         }
-        store(p, level + sigma * Normal(Hash(noiseKey, p)));
+        out[p] = Counts(level + sigma * Normal(Hash(noiseKey, p)));
     };
     // Every pixel is a function of its own hashes: rows are made on any thread. Plain
     // pixels, nearly all of them, take a loop without branches; the others are redone
