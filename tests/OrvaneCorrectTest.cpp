@@ -206,7 +206,9 @@ TEST(OrvaneCorrect, DemoFiguresOnASmallPanelAndTheDefectFreeFramesTheyRestOn) {
     EXPECT_EQ(2, figures.dose);
     EXPECT_EQ(4, figures.frames);
     EXPECT_LT(figures.nonUniformityGood, 0.01);
-    EXPECT_GE(figures.nonUniformityRatio, 0.99);
+    // Replaced pixels are interpolated, a little smoother than measured ones: the more
+    // the map flags (whole half rows by rule), the further below 1 the ratio may fall.
+    EXPECT_GE(figures.nonUniformityRatio, 0.97);
     EXPECT_LT(figures.nonUniformityRatio, 1.5);
     EXPECT_LT(figures.outlierFraction, 1.0e-3);
     EXPECT_GT(figures.replacedSamples, 4 * 100);

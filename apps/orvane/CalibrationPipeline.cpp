@@ -174,6 +174,8 @@ private:
     // Defect maps made so far, by step name; dm-auto replaces dm-gain (it holds it).
     std::vector<std::pair<std::string, boost::shared_ptr<ReferenceDM>>> defectStores;
     boost::shared_ptr<ReferenceDM> mergedMap;
+    boost::shared_ptr<ReferenceClusters> clustersStore;
+    boost::shared_ptr<ReferenceEcholine> echoStore;
     ImagePtr<float> flatBefore;
     ImagePtr<float> flatAfter;
 };
@@ -669,6 +671,7 @@ std::string Pipeline::Clusters(StepReport& report) {
     calibration.Clear();
     store->SetValid(true);
     SaveStore(*store, "clusters", report);
+    clustersStore = store;
     return std::to_string(store->GetClusters().size()) + " clusters";
 }
 
@@ -681,6 +684,7 @@ std::string Pipeline::EchoLines(StepReport& report) {
     calibration.Clear();
     store->SetValid(true);
     SaveStore(*store, "echo-lines", report);
+    echoStore = store;
     return std::to_string(store->singleLines.size()) + " single and " + std::to_string(store->doubleLines.size()) +
            " double echo lines";
 }
@@ -694,6 +698,17 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     }
     if (finalMap) {
         outputs.defects = CopyImage<unsigned char>(*finalMap->GetDM());
+    }
+    if (echoStore) {
+        outputs.singleEchoLines = echoStore->singleLines;
+        outputs.doubleEchoLines = echoStore->doubleLines;
+    }
+    if (clustersStore) {
+        for (const ImagePtr<unsigned short>& cluster : clustersStore->GetClusters()) {
+            const auto& properties = cluster->GetProperties();
+            outputs.clusterPlaces.push_back(
+                {properties.get<int>("image.pixelcluster.pos.x"), properties.get<int>("image.pixelcluster.pos.y")});
+        }
     }
     if (!gainStore) {
         return;

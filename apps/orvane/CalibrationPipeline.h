@@ -6,6 +6,7 @@
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,13 @@ struct CalibrationRequest {
     FrameDefaults defaults;            // metadata for frames without
 };
 
+// The place in the frame where the cluster step found a cluster: the column, and the
+// first row of the change met from the top (upper half) or the bottom (lower half).
+struct ClusterPlace {
+    int x = 0;
+    int y = 0;
+};
+
 // What the run leaves for the report and the comparison with a ground truth. Images
 // are copies owned here (null when the step that makes them did not run).
 struct CalibrationOutputs {
@@ -40,6 +48,9 @@ struct CalibrationOutputs {
     ImagePtr<float> flatAfter;         // the same after gain correction
     double nonUniformityBefore = 0.0;  // robust sigma / mean of flatBefore over good pixels
     double nonUniformityAfter = 0.0;   // the same of flatAfter
+    std::set<int> singleEchoLines;     // the echo-line store's sets (empty when it did not run)
+    std::set<int> doubleEchoLines;
+    std::vector<ClusterPlace> clusterPlaces;  // where each stored cluster was found, in store order
 };
 
 // The step names, in the order the library requires them to run:

@@ -7,7 +7,8 @@
 // smooth shading (about 0.9 at the edges to 1.05 in the middle) times a per-pixel
 // spread of 2 %, 1..4 % for dead and cluster pixels, 50 % for defective rows and
 // columns, which also saturate 15 times faster than the ~3 % loss (a) of a normal
-// pixel at 32000. An echo row adds 3 % of the signal of the row above.
+// pixel at 32000. An echo row adds 3 % of the signal of the row above. Local offset
+// changes of 20..160 counts stand in the last third of the darks.
 #include "apps/orvane/DetectorSimulator.h"
 
 #include "apps/orvane/FrameSeries.h"
@@ -27,6 +28,7 @@
 #include <memory>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
 namespace orvane {
 namespace app {
@@ -51,6 +53,7 @@ enum Stream : std::uint64_t {
     kNonlinearityStream,
     kDefectStream,
     kPlacementStream,
+    kChangeStream,
     kFrameStreams = 16
 };
 
@@ -193,6 +196,20 @@ public:
             const int length = std::min(placer.Between(100, 300), innerHeight / 4);
             PlaceBlock(1, length, DefectKind::PartialColumn);
         }
+        // Shorter runs along one or two adjacent rows in each half of the panel, each
+        // within one half of the columns: the echo-line step finds them as single and
+        // double lines, those of the lower half under mirrored numbers.
+        for (int lowerHalf = 0; lowerHalf < 2; ++lowerHalf) {
+            for (int rows = 1; rows <= 2; ++rows) {
+                const int length = std::min(placer.Between(40, 90), innerWidth / 4);
+                const bool right = placer.Below(2) == 1;
+                const int x0 = right ? width / 2 + 1 : border;
+                const int x1 = right ? width - border - length : width / 2 - 1 - length;
+                const int y0 = lowerHalf ? height / 2 + 2 : border;
+                const int y1 = lowerHalf ? height - border - rows : height / 2 - 2 - rows;
+                PlaceBlockIn(length, rows, DefectKind::PartialLine, x0, x1, y0, y1);
+            }
+        }
         const int clusters = std::max(1, static_cast<int>(pixels / 2000000));
         for (int i = 0; i < clusters; ++i) {
             const int w = placer.Between(3, 5), h = placer.Between(3, 5);
@@ -236,10 +253,17 @@ private:
     }
 
     bool PlaceBlock(int w, int h, DefectKind kind, ROI* box = nullptr) {
-        if (w < 1 || h < 1 || w > width - 2 * border || h > height - 2 * border) return false;
+        return PlaceBlockIn(w, h, kind, border, width - border - w, border, height - border - h, box);
+    }
+
+    // A w x h block of `kind` with its top left corner in [xLow, xHigh] x [yLow, yHigh].
+    bool PlaceBlockIn(int w, int h, DefectKind kind, int xLow, int xHigh, int yLow, int yHigh, ROI* box = nullptr) {
+        if (w < 1 || h < 1 || w > width - 2 * border || h > height - 2 * border || xHigh < xLow || yHigh < yLow) {
+            return false;
+        }
         for (int tries = 0; tries < 200; ++tries) {
-            const int x0 = placer.Between(border, width - border - w);
-            const int y0 = placer.Between(border, height - border - h);
+            const int x0 = placer.Between(xLow, xHigh);
+            const int y0 = placer.Between(yLow, yHigh);
             if (!Free(x0, y0, w, h)) continue;
             for (int y = y0; y < y0 + h; ++y) {
                 for (int x = x0; x < x0 + w; ++x) Mark(x, y, kind);
@@ -266,6 +290,39 @@ private:
     int border;
     const std::vector<unsigned char>* blockedRows = nullptr;  // rows nothing more goes on
 };
+
+// Local offset changes, alternately in the upper and the lower half of the panel, each
+// apart in its columns from every other change of its half: the cluster search keeps
+// only the first change it meets in a column of a half. Every fourth is weaker than
+// the level at which the cluster step cuts the change (60 counts), the others stand
+// well above it, yet low enough that the darks' mean does not make their pixels hot.
+// All are larger than the 7 x 4 opening that cleans the change.
+std::vector<OffsetChange> PlantOffsetChanges(int width, int height, std::uint64_t key) {
+    std::vector<OffsetChange> changes;
+    constexpr int kMargin = 32;  // beyond the columns the cluster search skips
+    if (width < 2 * kMargin + 64 || height < 2 * kMargin + 64) return changes;
+    const int count = std::max(4, static_cast<int>(static_cast<long>(width) * height / 1200000));
+    Placer placer(key);
+    std::vector<std::pair<int, int>> spans[2];  // columns taken, per half
+    for (int i = 0, tries = 0; i < count && tries < 100 * count; ++tries) {
+        const int lowerHalf = i % 2;
+        const int w = placer.Between(8, 30), h = placer.Between(5, 14);
+        const int x = placer.Between(kMargin, width - kMargin - w);
+        const int y = lowerHalf ? placer.Between(height / 2 + 8, height - kMargin - h)
+                                : placer.Between(kMargin, height / 2 - 8 - h);
+        bool apart = true;
+        for (const auto& span : spans[lowerHalf]) apart = apart && (x + w + 4 <= span.first || span.second + 4 <= x);
+        if (!apart) continue;
+        spans[lowerHalf].emplace_back(x, x + w);
+        OffsetChange change;
+        change.box = ROI(static_cast<unsigned short>(y), static_cast<unsigned short>(x), static_cast<unsigned short>(h),
+                         static_cast<unsigned short>(w));
+        change.amplitude = static_cast<float>(i % 4 == 3 ? placer.Between(20, 40) : placer.Between(100, 160));
+        changes.push_back(change);
+        ++i;
+    }
+    return changes;
+}
 
 std::vector<float> DoseSignals(int doses) {
     if (doses == 5) return {4000.0f, 8000.0f, 16000.0f, 24000.0f, 32000.0f};
@@ -306,6 +363,7 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
 
     unsigned char* kinds = truth.defects->GetData();
     DefectPlanter(kinds, width, height, StreamKey(options.seed, kPlacementStream)).Plant(truth, echoRows);
+    truth.offsetChanges = PlantOffsetChanges(width, height, StreamKey(options.seed, kChangeStream));
 
     // Separable shading: a cosine bump (1.05 in the middle, 0.9 at the edges) and a tilt.
     const std::uint64_t columnKey = StreamKey(options.seed, kColumnStream);
@@ -439,6 +497,17 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
     const float* r = response.data();
     const float* curve = curvature.data();
     unsigned short* out = image->GetData();
+    // The offset changes stand in the last third of the darks only.
+    const float growth = acquisition >= options.darkFrames * 2 / 3 && acquisition < options.darkFrames ? 1.0f : 0.0f;
+    const auto change = [&](int x, int y) {
+        float sum = 0.0f;
+        for (const OffsetChange& c : truth.offsetChanges) {
+            if (x >= c.box.left && x < c.box.left + c.box.width && y >= c.box.top && y < c.box.top + c.box.height) {
+                sum += c.amplitude;
+            }
+        }
+        return growth * sum;
+    };
     // Whether pixel p renders as it was before its defect was planted.
     const auto clean = [defects, kinds](std::size_t p) { return !defects && kinds[p] != 0; };
     // The signal of pixel p (column x, row y): the response, less a small per-pixel
@@ -458,7 +527,7 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
             }
         }
         const bool base = clean(p);
-        float level = (base ? BaseLevel(p, x) : offset[p]) + drift + s;
+        float level = (base ? BaseLevel(p, x) : offset[p]) + drift + change(x, y) + s;
         float sigma = std::sqrt(kDarkVariance + 0.25f * s);
         const unsigned char kind = base ? 0 : kinds[p];
         if (kind == static_cast<unsigned char>(DefectKind::Noisy)) {
@@ -484,6 +553,10 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
                 for (std::size_t i = defectRowStart[static_cast<std::size_t>(y)]; i < last; ++i) {
                     full(defectPixels[i], static_cast<int>(defectPixels[i] - row), y);
                 }
+            }
+            for (const OffsetChange& c : truth.offsetChanges) {
+                if (y < c.box.top || y >= c.box.top + c.box.height) continue;
+                for (int x = c.box.left; x < c.box.left + c.box.width; ++x) full(row + static_cast<std::size_t>(x), x, y);
             }
         }
     });

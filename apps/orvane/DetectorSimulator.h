@@ -29,7 +29,8 @@ struct SimulationOptions {
 
 // A synthetic flat-panel detector: per-pixel dark level with temperature and time
 // drift, per-pixel gain with low-frequency shading and a mild per-pixel non-linearity,
-// temporal noise, and planted defects of every DefectKind, echo lines and clusters.
+// temporal noise, planted defects of every DefectKind, echo rows, runs of defective
+// pixels along rows (echo lines) and local offset changes during the darks (clusters).
 // Deterministic for a given seed: frame k is the same whichever order frames are made.
 class DetectorSimulator {
 public:

@@ -4,6 +4,8 @@
 #include "calibration/ImageStatistics.h"
 #include "image/PixelStorage.h"
 #include "interfaces/CorrectionGainLinear.h"
+#include "parameters/CalibrationClustersParametersSet.h"
+#include "parameters/EchoLineParametersSet.h"
 
 #include <boost/make_shared.hpp>
 
@@ -194,6 +196,21 @@ Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs)
         result.kinds.push_back(score);
     }
 
+    // Only a model with rows runs these steps: the lookups insert nothing then.
+    const auto ran = [&outputs](const char* name) {
+        return std::any_of(outputs.steps.begin(), outputs.steps.end(), [name](const StepReport& step) {
+            return step.name == name && step.status == StepReport::Status::Ran;
+        });
+    };
+    if ((result.echoLinesRan = ran("echo-lines"))) {
+        result.echoLines = ScoreEchoLines(truth, s_EchoLineParametersSet.lookup(truth.model), outputs.singleEchoLines,
+                                          outputs.doubleEchoLines);
+    }
+    if ((result.clustersRan = ran("clusters"))) {
+        result.clusters =
+            ScoreClusters(truth, s_clustersCalibrationParametersSet.lookup(truth.model), outputs.clusterPlaces);
+    }
+
     result.gainError = outputs.gain && truth.gain
                            ? GainError(outputs.gain->GetData(), truth.gain->GetData(), kinds, n)
                            : kNaN;
@@ -221,6 +238,32 @@ void PrintEvaluation(std::ostream& out, const Evaluation& evaluation) {
         std::snprintf(ratio, sizeof ratio, "  (%.1fx lower)", factor);
     }
     PrintPercent(out, "non-uniformity after", evaluation.nonUniformityAfter, ratio);
+    if (evaluation.echoLinesRan) {
+        const EchoLineScore& e = evaluation.echoLines;
+        out << '\n';
+        std::snprintf(line, sizeof line, "%-16s %10s %10s\n", "echo lines", "planted", "found");
+        out << line;
+        std::snprintf(line, sizeof line, "%-16s %10zu %10zu\n", "single", e.plantedSingle.size(), e.foundSingle.size());
+        out << line;
+        std::snprintf(line, sizeof line, "%-16s %10zu %10zu\n", "double", e.plantedDouble.size(), e.foundDouble.size());
+        out << line;
+        std::snprintf(line, sizeof line, "%-24s %8.3f    (%d of %d planted lines, %d of them mirrored)\n", "recall",
+                      e.recall, e.foundPlanted, e.plantedLines, e.mirrored);
+        out << line;
+        std::snprintf(line, sizeof line, "%-24s %8.3f    (%d lines found, %d of them echo rows)\n", "precision",
+                      e.precision, e.foundLines, e.foundEchoRows);
+        out << line;
+    }
+    if (evaluation.clustersRan) {
+        const ClusterScore& c = evaluation.clusters;
+        out << '\n';
+        std::snprintf(line, sizeof line, "%-24s %8.3f    (%d of %d offset changes; %d of %d below the threshold)\n",
+                      "cluster recall", c.recall, c.found, c.planted, c.weakFound, c.weak);
+        out << line;
+        std::snprintf(line, sizeof line, "%-24s %8.3f    (%d of %d places on a change, at most %d rows off its edge)\n",
+                      "cluster precision", c.precision, c.placesOnChanges, c.places, c.largestRowError);
+        out << line;
+    }
 }
 
 }  // namespace app

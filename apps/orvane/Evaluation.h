@@ -2,6 +2,8 @@
 #define ORVANE_APPS_EVALUATION_H
 
 #include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/ClusterEvaluation.h"
+#include "apps/orvane/EchoLineEvaluation.h"
 #include "apps/orvane/GroundTruth.h"
 #include "interfaces/ReferenceGainLinear.h"
 #include "parameters/GainLinearParameters.h"
@@ -29,6 +31,10 @@ struct Evaluation {
     double gainError = 0.0;              // mean |gain / truth - 1| over good pixels of the gain area
     double nonUniformityBefore = 0.0;    // from the run
     double nonUniformityAfter = 0.0;
+    bool echoLinesRan = false;           // whether the run has echo lines and clusters to score
+    EchoLineScore echoLines;
+    bool clustersRan = false;
+    ClusterScore clusters;
 };
 
 // The flat that judges the linear gain: the mean of frames the gain was not measured
@@ -54,7 +60,8 @@ ROI GainArea(const GainLinearParameters& record, int width, int height);
 double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition<unsigned short>& gainCodes,
                      const ImageAcquisition<unsigned char>* defects, const GainLinearParameters& record);
 
-// Compares a run with the truth it was simulated from.
+// Compares a run with the truth it was simulated from; the echo lines and clusters
+// when their steps ran, under the parameter rows of the truth's model.
 Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs);
 
 // The figures as a plain-text table.

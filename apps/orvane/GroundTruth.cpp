@@ -105,7 +105,14 @@ std::string TruthJson(const GroundTruth& truth) {
         json << (i ? ",\n    " : "\n    ") << "{\"top\": " << c.top << ", \"left\": " << c.left
              << ", \"height\": " << c.height << ", \"width\": " << c.width << '}';
     }
-    json << (truth.clusters.empty() ? "" : "\n  ") << "]\n}\n";
+    json << (truth.clusters.empty() ? "" : "\n  ") << "],\n  \"offsetChanges\": [";
+    for (std::size_t i = 0; i < truth.offsetChanges.size(); ++i) {
+        const OffsetChange& c = truth.offsetChanges[i];
+        json << (i ? ",\n    " : "\n    ") << "{\"top\": " << c.box.top << ", \"left\": " << c.box.left
+             << ", \"height\": " << c.box.height << ", \"width\": " << c.box.width
+             << ", \"amplitude\": " << c.amplitude << '}';
+    }
+    json << (truth.offsetChanges.empty() ? "" : "\n  ") << "]\n}\n";
     return json.str();
 }
 
@@ -158,6 +165,14 @@ GroundTruth LoadGroundTruth(const std::string& dir) {
             truth.clusters.emplace_back(c.get<unsigned short>("top"), c.get<unsigned short>("left"),
                                         c.get<unsigned short>("height"), c.get<unsigned short>("width"));
         }
+        for (const auto& item : json.get_child("offsetChanges")) {
+            const ptree& c = item.second;
+            OffsetChange change;
+            change.box = ROI(c.get<unsigned short>("top"), c.get<unsigned short>("left"),
+                             c.get<unsigned short>("height"), c.get<unsigned short>("width"));
+            change.amplitude = c.get<float>("amplitude");
+            truth.offsetChanges.push_back(change);
+        }
     } catch (const boost::property_tree::json_parser_error& e) {
         throw InputError(path, "is not valid JSON: " + e.message() + " at line " + std::to_string(e.line()));
     } catch (const boost::property_tree::ptree_error& e) {
@@ -168,6 +183,11 @@ GroundTruth LoadGroundTruth(const std::string& dir) {
     }
     for (int row : truth.echoLines) {
         if (row < 0 || row >= truth.height) throw InputError(path, "has the echo line " + std::to_string(row) + " outside the frame");
+    }
+    for (const OffsetChange& c : truth.offsetChanges) {
+        if (c.box.top + c.box.height > truth.height || c.box.left + c.box.width > truth.width) {
+            throw InputError(path, "has an offset change outside the frame");
+        }
     }
     truth.offset = LoadImage<float>(folder + "/offset.fxd", truth.width, truth.height);
     truth.gain = LoadImage<float>(folder + "/gain.fxd", truth.width, truth.height);

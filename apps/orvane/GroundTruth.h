@@ -25,6 +25,14 @@ enum class DefectKind : unsigned char {
 constexpr int kDefectKindCount = 9;
 const char* DefectKindName(DefectKind kind);  // "hot", "dead", ..., "partial-column"
 
+// A local change of the dark level during the darks, which the time-grid clusters
+// find: `amplitude` counts in the last third of the darks (from dark darkFrames * 2 / 3
+// on, where the last of three grid entries starts), none before and none in the flats.
+struct OffsetChange {
+    ROI box;
+    float amplitude = 0.0f;
+};
+
 // Everything the simulator planted, to compare calibration results with.
 struct GroundTruth {
     std::string model;
@@ -38,6 +46,7 @@ struct GroundTruth {
     ImagePtr<unsigned char> defects;        // DefectKind per pixel
     std::vector<int> echoLines;             // rows carrying an echo of the row above, ascending
     std::vector<ROI> clusters;              // bounding boxes of the planted clumps
+    std::vector<OffsetChange> offsetChanges;  // in the order planted
 };
 
 // Writes `<dir>/truth/` (offset.fxd, gain.fxd, defects.fxd, truth.json) in place: the

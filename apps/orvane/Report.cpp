@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <system_error>
@@ -287,6 +288,42 @@ std::string CorrectionSection(const CorrectionFigures& figures, const std::vecto
     return html.str();
 }
 
+// The lines of a set, "none" when empty.
+std::string LineList(const std::set<int>& lines) {
+    std::string text;
+    for (int line : lines) text += (text.empty() ? "" : ", ") + std::to_string(line);
+    return text.empty() ? "none" : text;
+}
+
+std::string EchoLineSection(const EchoLineScore& e) {
+    std::ostringstream html;
+    html << "<h3>Echo lines</h3>\n<table>\n<tr><th></th><th>planted</th><th>found</th></tr>\n"
+         << "<tr><th>single</th><td>" << LineList(e.plantedSingle) << "</td><td>" << LineList(e.foundSingle)
+         << "</td></tr>\n<tr><th>double</th><td>" << LineList(e.plantedDouble) << "</td><td>"
+         << LineList(e.foundDouble) << "</td></tr>\n</table>\n<table>\n<tr><th>recall</th><td class=\"num\">"
+         << Fixed3(e.recall) << " (" << e.foundPlanted << " of " << e.plantedLines << " planted lines, " << e.mirrored
+         << " of them numbered from the last row)</td></tr>\n<tr><th>precision</th><td class=\"num\">"
+         << Fixed3(e.precision) << " (" << e.foundLines << " lines found, " << e.foundEchoRows
+         << " of them echo rows)</td></tr>\n</table>\n"
+         << "<p>A planted line: a row with a run of planted defective pixels as long as the step's shortest run, on "
+            "one side of its middle column; below the middle row it has the number of its mirror row. A double line "
+            "is given by its lower number.</p>\n";
+    return html.str();
+}
+
+std::string ClusterSection(const ClusterScore& c) {
+    std::ostringstream html;
+    html << "<h3>Clusters</h3>\n<table>\n<tr><th>recall</th><td class=\"num\">" << Fixed3(c.recall) << " ("
+         << c.found << " of " << c.planted << " offset changes; " << c.weakFound << " of the " << c.weak
+         << " below the threshold)</td></tr>\n<tr><th>precision</th><td class=\"num\">" << Fixed3(c.precision)
+         << " (" << c.placesOnChanges << " of " << c.places << " places on a change)</td></tr>\n"
+         << "<tr><th>largest row error</th><td class=\"num\">" << c.largestRowError << "</td></tr>\n</table>\n"
+         << "<p>Local offset changes planted in the last third of the darks. A place is on a change in its half of "
+            "the frame, in its columns (one column of slack) and within three rows of the edge the search meets "
+            "first.</p>\n";
+    return html.str();
+}
+
 std::string HtmlReport(const std::string& model, const CalibrationOutputs& outputs,
                        const std::vector<Picture>& pictures, const Evaluation* evaluation,
                        const CorrectionFigures* correction, const std::vector<Picture>& correctionPictures) {
@@ -339,6 +376,8 @@ std::string HtmlReport(const std::string& model, const CalibrationOutputs& outpu
              << "<tr><th>non-uniformity after</th><td class=\"num\">" << Percent(evaluation->nonUniformityAfter)
              << " (" << NonUniformityRatio(evaluation->nonUniformityBefore, evaluation->nonUniformityAfter)
              << ")</td></tr>\n</table>\n";
+        if (evaluation->echoLinesRan) html << EchoLineSection(evaluation->echoLines);
+        if (evaluation->clustersRan) html << ClusterSection(evaluation->clusters);
     }
     if (correction) {
         html << CorrectionSection(*correction, correctionPictures);
@@ -416,6 +455,32 @@ std::string JsonCorrection(const CorrectionFigures& figures) {
     return json.str();
 }
 
+std::string JsonLines(const std::set<int>& lines) {
+    std::string text;
+    for (int line : lines) text += (text.empty() ? "" : ", ") + std::to_string(line);
+    return "[" + text + "]";
+}
+
+std::string JsonEchoLines(const EchoLineScore& e) {
+    std::ostringstream json;
+    json << ",\n    \"echoLines\": {\"plantedSingle\": " << JsonLines(e.plantedSingle)
+         << ", \"plantedDouble\": " << JsonLines(e.plantedDouble) << ", \"foundSingle\": " << JsonLines(e.foundSingle)
+         << ", \"foundDouble\": " << JsonLines(e.foundDouble) << ",\n      \"plantedLines\": " << e.plantedLines
+         << ", \"mirrored\": " << e.mirrored << ", \"foundLines\": " << e.foundLines
+         << ", \"foundPlanted\": " << e.foundPlanted << ", \"foundEchoRows\": " << e.foundEchoRows
+         << ", \"recall\": " << JsonNumber(e.recall) << ", \"precision\": " << JsonNumber(e.precision) << "}";
+    return json.str();
+}
+
+std::string JsonClusters(const ClusterScore& c) {
+    std::ostringstream json;
+    json << ",\n    \"clusters\": {\"planted\": " << c.planted << ", \"found\": " << c.found
+         << ", \"weak\": " << c.weak << ", \"weakFound\": " << c.weakFound << ", \"places\": " << c.places
+         << ", \"placesOnChanges\": " << c.placesOnChanges << ", \"largestRowError\": " << c.largestRowError
+         << ",\n      \"recall\": " << JsonNumber(c.recall) << ", \"precision\": " << JsonNumber(c.precision) << "}";
+    return json.str();
+}
+
 std::string JsonSummary(const std::string& model, const CalibrationOutputs& outputs, const Evaluation* evaluation,
                         const CorrectionFigures* correction) {
     std::ostringstream json;
@@ -445,7 +510,10 @@ std::string JsonSummary(const std::string& model, const CalibrationOutputs& outp
         json << "    \"flagged\": " << evaluation->flagged << ",\n"
              << "    \"flaggedPlanted\": " << evaluation->flaggedPlanted << ",\n"
              << "    \"precision\": " << JsonNumber(evaluation->precision) << ",\n"
-             << "    \"gainError\": " << JsonNumber(evaluation->gainError) << "\n  }";
+             << "    \"gainError\": " << JsonNumber(evaluation->gainError);
+        if (evaluation->echoLinesRan) json << JsonEchoLines(evaluation->echoLines);
+        if (evaluation->clustersRan) json << JsonClusters(evaluation->clusters);
+        json << "\n  }";
     }
     if (correction) {
         json << JsonCorrection(*correction);

@@ -1,0 +1,117 @@
+// The demo's scoring of the structured artefacts: the simulator plants offset changes
+// and runs of defective pixels, the calibrations find them, and the scores compare.
+#include "TestImages.h"
+
+#include "OrvaneCalibration.h"
+#include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/DetectorSimulator.h"
+#include "apps/orvane/Evaluation.h"
+#include "apps/orvane/FrameSeries.h"
+#include "apps/orvane/GroundTruth.h"
+
+#include <boost/make_shared.hpp>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace orvane::app;
+using namespace orvane::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+// A reduced panel under the one model with a cluster row: room for a few offset
+// changes and for echo runs in both halves. Model, width, height, seed, darks,
+// doses, frames per dose.
+const SimulationOptions kPanel{"Birch", 512, 448, 3, 9, 1, 1};
+
+TEST(ScoringTest, ClustersOfThePlantedOffsetChangesAreFoundAndPlacesOffTheirEdgeAreNot) {
+    ScratchDirectory scratch;
+    std::ostringstream log;
+    Progress progress(log, false, true);
+    const DetectorSimulator simulator(kPanel);
+    WriteSimulatedSeries(simulator, "frames", progress);
+    const GroundTruth truth = LoadGroundTruth("frames");
+    ASSERT_EQ(truth.offsetChanges.size(), simulator.Truth().offsetChanges.size());
+    for (std::size_t i = 0; i < truth.offsetChanges.size(); ++i) {
+        EXPECT_EQ(truth.offsetChanges[i].box, simulator.Truth().offsetChanges[i].box);
+        EXPECT_EQ(truth.offsetChanges[i].amplitude, simulator.Truth().offsetChanges[i].amplitude);
+    }
+
+    fs::create_directory("out");
+    const CalibrationOutputs outputs = RunCalibrations(
+        {"Birch", "out", {"offset-dynamic", "offset-time-grid", "clusters"}, {}}, ScanFrames("frames"), progress);
+    const Evaluation evaluation = Evaluate(truth, outputs);
+    ASSERT_TRUE(evaluation.clustersRan);
+    EXPECT_FALSE(evaluation.echoLinesRan);
+    const ClusterScore& score = evaluation.clusters;
+    EXPECT_GE(score.planted, 3);
+    EXPECT_GE(score.weak, 1);
+    EXPECT_GE(score.recall, 0.95);
+    EXPECT_GE(score.precision, 0.9);
+    EXPECT_EQ(score.weakFound, 0) << "a change below the threshold was found";
+    EXPECT_GE(score.places, 8 * score.found) << "one place per column of a change";
+    EXPECT_LE(score.largestRowError, 1);
+
+    // The same places four rows off, or mirrored into the other half, meet no change.
+    const auto& record = s_clustersCalibrationParametersSet.lookup("Birch");
+    for (const int shift : {4, -4}) {
+        std::vector<ClusterPlace> moved = outputs.clusterPlaces;
+        for (ClusterPlace& place : moved) place.y += place.y < truth.height / 2 ? -shift : shift;
+        const ClusterScore off = ScoreClusters(truth, record, moved);
+        EXPECT_EQ(std::make_tuple(0, 0, 0.0), std::make_tuple(off.found, off.placesOnChanges, off.precision)) << shift;
+    }
+    std::vector<ClusterPlace> mirrored = outputs.clusterPlaces;
+    for (ClusterPlace& place : mirrored) place.y = truth.height - 1 - place.y;
+    EXPECT_EQ(0, ScoreClusters(truth, record, mirrored).placesOnChanges);
+    EXPECT_EQ(1.0, ScoreClusters(truth, record, {}).precision) << "no place is no false place";
+}
+
+TEST(ScoringTest, EchoRunsInBothHalvesAreNumberedAndPairedAsTheStepNumbersThem) {
+    const DetectorSimulator simulator(kPanel);
+    const GroundTruth& truth = simulator.Truth();
+    // A perfect defect map: every planted pixel.
+    auto map = boost::make_shared<ReferenceDM>(truth.width, truth.height);
+    unsigned char* dm = map->GetDM()->GetData();
+    const unsigned char* kinds = truth.defects->GetData();
+    for (int p = 0; p < truth.width * truth.height; ++p) dm[p] = kinds[p] != 0;
+    EchoLineParameters record;
+    record.Area = ROI(8, 8, static_cast<unsigned short>(truth.height - 16), static_cast<unsigned short>(truth.width - 16));
+    record.MiddleRow = truth.height / 2;
+    record.MiddleColumn = truth.width / 2;
+    record.MinimumRun = 30;
+    auto store = boost::make_shared<ReferenceEcholine>();
+    CalibrationEcholine calibration(record, store, map);
+    calibration.CalculateEcholineReference();
+    calibration.FillEcholineReference();
+
+    const EchoLineScore score = ScoreEchoLines(truth, record, store->singleLines, store->doubleLines);
+    EXPECT_EQ(score.plantedSingle, score.foundSingle);
+    EXPECT_EQ(score.plantedDouble, score.foundDouble);
+    EXPECT_GE(score.plantedDouble.size(), 2u) << "a pair of runs in each half";
+    EXPECT_GE(score.mirrored, 2);
+    EXPECT_EQ(std::make_tuple(1.0, 1.0), std::make_tuple(score.recall, score.precision));
+
+    // A line missed lowers the recall; a row that echoes the row above is no false
+    // find, any other line is.
+    std::set<int> single = store->singleLines;
+    single.erase(single.begin());
+    EXPECT_EQ(score.plantedLines - 1, ScoreEchoLines(truth, record, single, store->doubleLines).foundPlanted);
+    ASSERT_FALSE(truth.echoLines.empty());
+    const int echoRow = truth.echoLines.front();
+    single = store->singleLines;
+    single.insert(echoRow < record.MiddleRow ? echoRow : truth.height - 1 - echoRow);
+    const EchoLineScore withEcho = ScoreEchoLines(truth, record, single, store->doubleLines);
+    EXPECT_EQ(std::make_tuple(1, 1.0), std::make_tuple(withEcho.foundEchoRows, withEcho.precision));
+    std::set<int> doubles = store->doubleLines;
+    doubles.insert(record.MiddleRow - 3);  // planted rows keep a row apart from each other; not this pair
+    const EchoLineScore withFalse = ScoreEchoLines(truth, record, store->singleLines, doubles);
+    EXPECT_LT(withFalse.precision, 1.0);
+    EXPECT_EQ(withFalse.foundLines, score.foundLines + 2);
+}
+
+}  // namespace
