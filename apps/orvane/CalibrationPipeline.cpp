@@ -83,13 +83,32 @@ long DefectCount(const boost::shared_ptr<ReferenceDM>& store) {
     return static_cast<long>(CountPositivePixels<unsigned char>(store->GetDM()));
 }
 
-// Whether `model` has rows of its own in `set` (not only the default row).
+// Whether the request's model has rows of its own in `set` (not only the default row).
 template <auto& set>
-bool HasRowsIn(const std::string& model) {
-    return set.HasOwnRow(model);
+bool HasRowsIn(const CalibrationRequest& request) {
+    return set.HasOwnRow(request.model);
+}
+
+bool HasUntypicalRow(const CalibrationRequest& request) {
+    return request.untypicalRow != nullptr || s_DefectMapUntypicalParametersSet.HasOwnRow(request.model);
 }
 
 class Pipeline;
+
+ROI Intersection(const ROI& a, const ROI& b) {
+    const int top = std::max(a.top, b.top), left = std::max(a.left, b.left);
+    const int bottom = std::min(a.top + a.height, b.top + b.height), right = std::min(a.left + a.width, b.left + b.width);
+    if (bottom <= top || right <= left) return ROI();
+    return ROI(static_cast<unsigned short>(top), static_cast<unsigned short>(left),
+               static_cast<unsigned short>(bottom - top), static_cast<unsigned short>(right - left));
+}
+
+// The measured area of a record given by its corner and size.
+template <typename Record>
+ROI RecordArea(const Record& record) {
+    const auto clip = [](std::int32_t value) { return static_cast<unsigned short>(std::max(0, std::min(65535, value))); };
+    return ROI(clip(record.Y0), clip(record.X0), clip(record.Height), clip(record.Width));
+}
 
 // What a step needs, besides parameter rows, before it can run.
 struct Requirement {
@@ -106,7 +125,7 @@ struct Requirement {
 // One calibration of the run. Adding a step is one entry of Pipeline::Steps().
 struct StepDefinition {
     const char* name;
-    bool (*hasRows)(const std::string& model);  // null: the step runs for every model
+    bool (*hasRows)(const CalibrationRequest& request);  // null: the step runs for every model
     std::vector<Requirement> needs;             // checked in order; the first unmet is reported
     std::string (Pipeline::*body)(StepReport&);  // does the work; returns the report's detail
 };
@@ -143,7 +162,9 @@ private:
     const std::vector<FrameRef>& CheckDose() const;
     int FlatFrameCount() const;
     boost::shared_ptr<DefectMapFlag> MakeFlag() const;
-    void AddDefectStore(const std::string& name, const boost::shared_ptr<ReferenceDM>& store);
+    // Adds a map the step `name` made, which measured `area`.
+    void AddDefectStore(const std::string& name, const boost::shared_ptr<ReferenceDM>& store, const ROI& area);
+    ROI MeasuredArea(const ROI& area) const;
 
     std::string OffsetDynamic(StepReport& report);
     std::string OffsetTimeGrid(StepReport& report);
@@ -173,6 +194,12 @@ private:
     boost::shared_ptr<ReferenceDM> gainDefectStore;  // dm-gain, which dm-auto extends
     // Defect maps made so far, by step name; dm-auto replaces dm-gain (it holds it).
     std::vector<std::pair<std::string, boost::shared_ptr<ReferenceDM>>> defectStores;
+    struct MadeMap {
+        std::string step;
+        boost::shared_ptr<ReferenceDM> store;
+        ROI area;
+    };
+    std::vector<MadeMap> madeMaps;  // every map, dm-auto too
     boost::shared_ptr<ReferenceDM> mergedMap;
     boost::shared_ptr<ReferenceClusters> clustersStore;
     boost::shared_ptr<ReferenceEcholine> echoStore;
@@ -191,7 +218,7 @@ const std::vector<StepDefinition>& Pipeline::Steps() {
         {"dm-gain", HasRowsIn<s_defectMapGainParametersSet>, {{Kind::Ran, "gain-linear"}},
          &Pipeline::DefectMapGainStep},
         {"dm-dark", HasRowsIn<s_DefectMapDarkParametersSet>, {}, &Pipeline::DefectMapDarkStep},
-        {"dm-untypical", HasRowsIn<s_DefectMapUntypicalParametersSet>, {}, &Pipeline::DefectMapUntypicalStep},
+        {"dm-untypical", HasUntypicalRow, {}, &Pipeline::DefectMapUntypicalStep},
         // dm-auto extends the gain map, or the last map made when dm-gain did not
         // qualify; a dm-gain that was tried and failed leaves it nothing to extend.
         {"dm-auto", HasRowsIn<s_automaticDefectParametersSet>, {{Kind::NotFailed, "dm-gain"}, {Kind::DefectMap}},
@@ -260,7 +287,7 @@ void Pipeline::RunStep(const StepDefinition& step, StepReport& report) {
         report.detail = "not requested";
         return;
     }
-    if (step.hasRows != nullptr && !step.hasRows(request.model)) {
+    if (step.hasRows != nullptr && !step.hasRows(request)) {
         report.detail = "no parameter rows for " + request.model;
         return;
     }
@@ -358,8 +385,18 @@ boost::shared_ptr<DefectMapFlag> Pipeline::MakeFlag() const {
     return boost::make_shared<DefectMapFlag>(s_DMFlagParametersSet.lookup(request.model));
 }
 
-void Pipeline::AddDefectStore(const std::string& name, const boost::shared_ptr<ReferenceDM>& store) {
+void Pipeline::AddDefectStore(const std::string& name, const boost::shared_ptr<ReferenceDM>& store, const ROI& area) {
     defectStores.emplace_back(name, store);
+    madeMaps.push_back({name, store, MeasuredArea(area)});
+}
+
+// `area` clipped to the frame.
+ROI Pipeline::MeasuredArea(const ROI& area) const {
+    const int top = std::min<int>(area.top, series.height), left = std::min<int>(area.left, series.width);
+    const int bottom = std::min(series.height, area.top + area.height);
+    const int right = std::min(series.width, area.left + area.width);
+    return ROI(static_cast<unsigned short>(top), static_cast<unsigned short>(left),
+               static_cast<unsigned short>(bottom - top), static_cast<unsigned short>(right - left));
 }
 
 // The rounded mean of every dark frame.
@@ -518,22 +555,24 @@ std::string Pipeline::DefectMapDoses(StepReport& report) {
     calibration.Clear();
     store->SetValid(true);
     SaveStore(*store, "dm6", report);
-    AddDefectStore("dm6", store);
+    AddDefectStore("dm6", store, RecordArea(record));
     return std::to_string(DefectCount(store)) + " defective pixels from the darks and " + std::to_string(used - 1) +
            " doses" + (skipped.empty() ? "" : " (above the clipping level: dose " + skipped + ")");
 }
 
 std::string Pipeline::DefectMapGainStep(StepReport& report) {
     auto store = boost::make_shared<ReferenceDM>(series.width, series.height, StorePath("dm-gain"));
-    CalibrationDefectMapGain calibration(s_defectMapGainParametersSet.lookup(request.model), store, gainStore,
-                                         MakeFlag());
+    const DefectMapGainParameters& record = s_defectMapGainParametersSet.lookup(request.model);
+    CalibrationDefectMapGain calibration(record, store, gainStore, MakeFlag());
     calibration.Init();
     calibration.DefectMapGain();
     calibration.UpdateDefectMapReference();  // marks the store valid
     calibration.Clear();
     SaveStore(*store, "dm-gain", report);
     gainDefectStore = store;
-    AddDefectStore("dm-gain", store);
+    // The linear gain it examines is measured on its own area only.
+    AddDefectStore("dm-gain", store,
+                   Intersection(RecordArea(record), RecordArea(s_gainLinearParametersSet.lookup(request.model))));
     return std::to_string(DefectCount(store)) + " defective pixels";
 }
 
@@ -543,7 +582,8 @@ std::string Pipeline::DefectMapDarkStep(StepReport& report) {
         throw std::runtime_error("the series has no dark frames");
     }
     auto store = boost::make_shared<ReferenceDM>(series.width, series.height, StorePath("dm-dark"));
-    CalibrationDefectMapDark calibration(s_DefectMapDarkParametersSet.lookup(request.model), store);
+    const DefectMapDarkParameters& record = s_DefectMapDarkParametersSet.lookup(request.model);
+    CalibrationDefectMapDark calibration(record, store);
     calibration.Init();
     const int total = static_cast<int>(series.darks.size());
     for (int i = 0; i < total; ++i) {
@@ -555,7 +595,7 @@ std::string Pipeline::DefectMapDarkStep(StepReport& report) {
     calibration.Clear();
     store->SetValid(true);
     SaveStore(*store, "dm-dark", report);
-    AddDefectStore("dm-dark", store);
+    AddDefectStore("dm-dark", store, record.Area);
     return std::to_string(DefectCount(store)) + " defective pixels";
 }
 
@@ -563,7 +603,11 @@ std::string Pipeline::DefectMapDarkStep(StepReport& report) {
 std::string Pipeline::DefectMapUntypicalStep(StepReport& report) {
     const std::vector<FrameRef>& dose = MiddleDose();
     auto store = boost::make_shared<ReferenceDM>(series.width, series.height, StorePath("dm-untypical"));
-    CalibrationDefectMapUntypical calibration(s_DefectMapUntypicalParametersSet.lookup(request.model), store);
+    // The table's row when the model has one, else the request's.
+    const bool ownRow = s_DefectMapUntypicalParametersSet.HasOwnRow(request.model) || !request.untypicalRow;
+    const DefectMapUntypicalParameters& record =
+        ownRow ? s_DefectMapUntypicalParametersSet.lookup(request.model) : *request.untypicalRow;
+    CalibrationDefectMapUntypical calibration(record, store);
     calibration.Init();
     const int total = static_cast<int>(dose.size());
     for (int i = 0; i < total; ++i) {
@@ -574,7 +618,7 @@ std::string Pipeline::DefectMapUntypicalStep(StepReport& report) {
     calibration.Clear();
     store->SetValid(true);
     SaveStore(*store, "dm-untypical", report);
-    AddDefectStore("dm-untypical", store);
+    AddDefectStore("dm-untypical", store, record.Area);
     return std::to_string(DefectCount(store)) + " defective pixels";
 }
 
@@ -604,6 +648,7 @@ std::string Pipeline::AutomaticDefect(StepReport& report) {
     calibration.UpdateDefectMap();  // saves the store
     calibration.Clear();
     report.files.push_back(std::string("dm-auto") + kStoreExtension);
+    madeMaps.push_back({"dm-auto", store, MeasuredArea(s_automaticDefectParametersSet.lookup(request.model).Area)});
     for (auto& entry : defectStores) {
         if (entry.second == base.second) {
             entry = {"dm-auto", store};
@@ -698,6 +743,9 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     }
     if (finalMap) {
         outputs.defects = CopyImage<unsigned char>(*finalMap->GetDM());
+    }
+    for (const MadeMap& made : madeMaps) {
+        outputs.maps.push_back({made.step, CopyImage<unsigned char>(*made.store->GetDM()), made.area});
     }
     if (echoStore) {
         outputs.singleEchoLines = echoStore->singleLines;

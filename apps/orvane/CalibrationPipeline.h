@@ -5,6 +5,7 @@
 #include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
+#include "parameters/DefectMapUntypicalParameters.h"
 
 #include <set>
 #include <string>
@@ -28,6 +29,9 @@ struct CalibrationRequest {
     std::string outDir;                // where the stores are saved (exists, writable)
     std::vector<std::string> only;     // step names to run; empty = all
     FrameDefaults defaults;            // metadata for frames without
+    // A row for the untypical defect map, for a model whose table has none (only a few
+    // large panels have one); null: such a model skips that step.
+    const DefectMapUntypicalParameters* untypicalRow = nullptr;
 };
 
 // The place in the frame where the cluster step found a cluster: the column, and the
@@ -37,6 +41,13 @@ struct ClusterPlace {
     int y = 0;
 };
 
+// A defect map a step made, and the area the step measured (clipped to the frame).
+struct DefectMapOutput {
+    std::string step;
+    ImagePtr<unsigned char> map;  // a copy of the store's map
+    ROI area;
+};
+
 // What the run leaves for the report and the comparison with a ground truth. Images
 // are copies owned here (null when the step that makes them did not run).
 struct CalibrationOutputs {
@@ -44,6 +55,7 @@ struct CalibrationOutputs {
     ImagePtr<float> offset;            // dynamic offset, decompressed
     ImagePtr<float> gain;              // linear gain, decompressed (not inverted)
     ImagePtr<unsigned char> defects;   // the final defect map (merged when merged), 0 = good
+    std::vector<DefectMapOutput> maps;  // every defect map made, in the order made
     ImagePtr<float> flatBefore;        // mean flat of the check dose minus the offset
     ImagePtr<float> flatAfter;         // the same after gain correction
     double nonUniformityBefore = 0.0;  // robust sigma / mean of flatBefore over good pixels

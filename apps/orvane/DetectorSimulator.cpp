@@ -3,11 +3,12 @@
 //   dark  = offset[p] + 2 counts per degree above 30 + noise (sigma 6, x20 if noisy)
 //   flat  = dark + s (1 - a s), s = dose * response[p], noise sigma sqrt(36 + s / 4)
 // offset: 1000 + fixed pattern (sigma 20) + column pattern (sigma 8), hot pixels
-// 2000..8000 higher with a dark current that doubles every 6 degrees; response: a
-// smooth shading (about 0.9 at the edges to 1.05 in the middle) times a per-pixel
-// spread of 2 %, 1..4 % for dead and cluster pixels, 50 % for defective rows and
-// columns, which also saturate 15 times faster than the ~3 % loss (a) of a normal
-// pixel at 32000. An echo row adds 3 % of the signal of the row above. Local offset
+// 2000..8000 higher with a dark current that doubles every 6 degrees, dark regions
+// at 200; response: a smooth shading (about 0.9 at the edges to 1.05 in the middle)
+// times a per-pixel spread of 2 %, 1..4 % for dead and cluster pixels, 30..42 % for
+// weak pixels, 50 % for defective rows and columns, which also saturate 15 times
+// faster than the ~3 % loss (a) of a normal pixel at 32000. Flickering pixels read
+// 12000 more in the last flat of each dose. An echo row adds 3 % of the signal of the row above. Local offset
 // changes of 20..160 counts stand in the last third of the darks.
 #include "apps/orvane/DetectorSimulator.h"
 
@@ -85,6 +86,8 @@ constexpr float kNonlinearity = 1.0e-6f;  // relative loss per count of signal: 
 constexpr float kEcho = 0.03f;
 constexpr float kLineNonlinearity = 15.0f;  // defective rows and columns also saturate early
 constexpr float kHotDoublingDegrees = 6.0f;  // the dark current of a hot pixel doubles every 6 degrees
+constexpr float kDarkRegionLevel = 200.0f;   // dark level of a dark region, fixed pattern aside
+constexpr float kFlickerJump = 12000.0f;     // what a flickering pixel adds in its bright frame
 
 bool IsLineKind(unsigned char kind) {
     return kind >= static_cast<unsigned char>(DefectKind::Line) &&
@@ -198,8 +201,10 @@ public:
         }
         // Shorter runs along one or two adjacent rows in each half of the panel, each
         // within one half of the columns: the echo-line step finds them as single and
-        // double lines, those of the lower half under mirrored numbers.
-        for (int lowerHalf = 0; lowerHalf < 2; ++lowerHalf) {
+        // double lines, those of the lower half under mirrored numbers. Only panels
+        // of the echo-line tables' sizes get them: on a small one, the flagging rules
+        // would take every column whole once that many rows are flagged.
+        for (int lowerHalf = 0; lowerHalf < 2 && std::min(width, height) >= 1024; ++lowerHalf) {
             for (int rows = 1; rows <= 2; ++rows) {
                 const int length = std::min(placer.Between(40, 90), innerWidth / 4);
                 const bool right = placer.Below(2) == 1;
@@ -216,9 +221,17 @@ public:
             ROI box;
             if (PlaceBlock(w, h, DefectKind::Cluster, &box)) truth.clusters.push_back(box);
         }
+        // Small blocks of low dark level, which only the darks show: offset-corrected
+        // flats of them are normal. Small enough that on a small panel the flagging
+        // rules, which take a row or column whole at 5 % of its pixels, do not take
+        // theirs together with the rows already flagged.
+        const int regions = std::max(1, static_cast<int>(pixels / 3000000));
+        for (int i = 0; i < regions; ++i) PlaceBlock(8, 6, DefectKind::DarkRegion);
         PlacePoints(std::max(1L, pixels / 5000), DefectKind::Hot);
         PlacePoints(std::max(1L, pixels / 5000), DefectKind::Dead);
         PlacePoints(std::max(1L, pixels / 10000), DefectKind::Noisy);
+        PlacePoints(std::max(1L, pixels / 10000), DefectKind::WeakResponse);
+        PlacePoints(std::max(1L, pixels / 10000), DefectKind::Flicker);
     }
 
 private:
@@ -402,6 +415,8 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
                     case DefectKind::Hot: level += HotExcess(defectKey, p); break;
                     case DefectKind::Dead: r *= 0.01f + 0.03f * Uniform(Hash(defectKey, p)); break;
                     case DefectKind::Cluster: r *= 0.03f; break;
+                    case DefectKind::DarkRegion: level += kDarkRegionLevel - kDarkLevel; break;
+                    case DefectKind::WeakResponse: r *= 0.30f + 0.12f * Uniform(Hash(defectKey, p)); break;
                     case DefectKind::Line:
                     case DefectKind::Column:
                     case DefectKind::PartialLine:
@@ -497,6 +512,8 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
     const float* r = response.data();
     const float* curve = curvature.data();
     unsigned short* out = image->GetData();
+    // Flickering pixels flare up in the last frame of each dose.
+    const bool flare = signal > 0.0f && (acquisition - options.darkFrames) % options.framesPerDose == options.framesPerDose - 1;
     // The offset changes stand in the last third of the darks only.
     const float growth = acquisition >= options.darkFrames * 2 / 3 && acquisition < options.darkFrames ? 1.0f : 0.0f;
     const auto change = [&](int x, int y) {
@@ -534,6 +551,8 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
             sigma *= kNoisyFactor;
         } else if (kind == static_cast<unsigned char>(DefectKind::Hot)) {
             level += hotGrowth * HotExcess(defectKey, p);
+        } else if (kind == static_cast<unsigned char>(DefectKind::Flicker) && flare) {
+            level += kFlickerJump;
         }
         out[p] = Counts(level + sigma * Normal(Hash(noiseKey, p)));
     };

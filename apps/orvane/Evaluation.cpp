@@ -196,6 +196,7 @@ Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs)
         result.kinds.push_back(score);
     }
 
+    result.maps = ScoreDefectMaps(truth, outputs.maps);
     // Only a model with rows runs these steps: the lookups insert nothing then.
     const auto ran = [&outputs](const char* name) {
         return std::any_of(outputs.steps.begin(), outputs.steps.end(), [name](const StepReport& step) {
@@ -238,6 +239,20 @@ void PrintEvaluation(std::ostream& out, const Evaluation& evaluation) {
         std::snprintf(ratio, sizeof ratio, "  (%.1fx lower)", factor);
     }
     PrintPercent(out, "non-uniformity after", evaluation.nonUniformityAfter, ratio);
+    if (!evaluation.maps.empty()) {
+        out << '\n';
+        std::snprintf(line, sizeof line, "%-14s %-28s %8s %8s %8s %9s %9s\n", "defect map", "kinds it is to find",
+                      "planted", "found", "recall", "precision", "w/o rule");
+        out << line;
+        for (const MapScore& map : evaluation.maps) {
+            std::string targets;
+            for (DefectKind kind : map.targets) targets += (targets.empty() ? "" : ",") + std::string(DefectKindName(kind));
+            if (targets.size() > 28) targets = targets.substr(0, 25) + "...";
+            std::snprintf(line, sizeof line, "%-14s %-28s %8ld %8ld %8.3f %9.3f %9.3f\n", map.step.c_str(),
+                          targets.c_str(), map.planted, map.found, map.recall, map.precision, map.precisionWithoutRule);
+            out << line;
+        }
+    }
     if (evaluation.echoLinesRan) {
         const EchoLineScore& e = evaluation.echoLines;
         out << '\n';

@@ -3,6 +3,7 @@
 
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/ClusterEvaluation.h"
+#include "apps/orvane/DefectMapEvaluation.h"
 #include "apps/orvane/EchoLineEvaluation.h"
 #include "apps/orvane/GroundTruth.h"
 #include "interfaces/ReferenceGainLinear.h"
@@ -31,6 +32,7 @@ struct Evaluation {
     double gainError = 0.0;              // mean |gain / truth - 1| over good pixels of the gain area
     double nonUniformityBefore = 0.0;    // from the run
     double nonUniformityAfter = 0.0;
+    std::vector<MapScore> maps;          // each defect map of the run, in the order made
     bool echoLinesRan = false;           // whether the run has echo lines and clusters to score
     EchoLineScore echoLines;
     bool clustersRan = false;

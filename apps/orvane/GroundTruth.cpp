@@ -25,8 +25,9 @@ namespace app {
 
 namespace {
 
-const char* const kKindNames[kDefectKindCount] = {"none",   "hot",  "dead",         "noisy",         "cluster",
-                                                  "line",   "column", "partial-line", "partial-column"};
+const char* const kKindNames[kDefectKindCount] = {
+    "none", "hot", "dead", "noisy", "cluster", "line", "column", "partial-line", "partial-column",
+    "dark-region", "weak-response", "flicker"};
 
 template <typename T>
 void SaveImage(const std::string& path, const ImagePtr<T>& image, int width, int height) {

@@ -21,9 +21,12 @@ enum class DefectKind : unsigned char {
     Column = 6,         // pixel of a whole defective column
     PartialLine = 7,    // pixel of a defective run along a row
     PartialColumn = 8,  // pixel of a defective run along a column
+    DarkRegion = 9,     // pixel of a block whose dark level lies far below the panel's; normal response
+    WeakResponse = 10,  // response 30 to 42 % of its neighbours'; normal dark level
+    Flicker = 11,       // normal, but far brighter in the last flat frame of each dose
 };
-constexpr int kDefectKindCount = 9;
-const char* DefectKindName(DefectKind kind);  // "hot", "dead", ..., "partial-column"
+constexpr int kDefectKindCount = 12;
+const char* DefectKindName(DefectKind kind);  // "hot", "dead", ..., "partial-column", "dark-region", ...
 
 // A local change of the dark level during the darks, which the time-grid clusters
 // find: `amplitude` counts in the last third of the darks (from dark darkFrames * 2 / 3

@@ -295,6 +295,30 @@ std::string LineList(const std::set<int>& lines) {
     return text.empty() ? "none" : text;
 }
 
+std::string TargetList(const std::vector<DefectKind>& targets) {
+    std::string text;
+    for (DefectKind kind : targets) text += (text.empty() ? "" : ", ") + std::string(DefectKindName(kind));
+    return text;
+}
+
+std::string MapSection(const std::vector<MapScore>& maps) {
+    std::ostringstream html;
+    html << "<h3>Each defect map</h3>\n<table>\n<tr><th>map</th><th>kinds it is to find</th><th>planted</th>"
+         << "<th>found</th><th>recall</th><th>flagged</th><th>flagged by rule</th><th>precision</th>"
+         << "<th>without those</th></tr>\n";
+    for (const MapScore& m : maps) {
+        html << "<tr><td>" << Html(m.step) << "</td><td>" << Html(TargetList(m.targets)) << "</td><td class=\"num\">"
+             << m.planted << "</td><td class=\"num\">" << m.found << "</td><td class=\"num\">" << Fixed3(m.recall)
+             << "</td><td class=\"num\">" << m.flagged << "</td><td class=\"num\">" << m.flaggedByRule
+             << "</td><td class=\"num\">" << Fixed3(m.precision) << "</td><td class=\"num\">"
+             << Fixed3(m.precisionWithoutRule) << "</td></tr>\n";
+    }
+    html << "</table>\n<p>Recall: planted pixels of the map's kinds inside the area its step measures. Flagged by "
+            "rule: flagged pixels nothing was planted on, on a row or column with a planted run, which the "
+            "flagging rules take whole.</p>\n";
+    return html.str();
+}
+
 std::string EchoLineSection(const EchoLineScore& e) {
     std::ostringstream html;
     html << "<h3>Echo lines</h3>\n<table>\n<tr><th></th><th>planted</th><th>found</th></tr>\n"
@@ -376,6 +400,7 @@ std::string HtmlReport(const std::string& model, const CalibrationOutputs& outpu
              << "<tr><th>non-uniformity after</th><td class=\"num\">" << Percent(evaluation->nonUniformityAfter)
              << " (" << NonUniformityRatio(evaluation->nonUniformityBefore, evaluation->nonUniformityAfter)
              << ")</td></tr>\n</table>\n";
+        if (!evaluation->maps.empty()) html << MapSection(evaluation->maps);
         if (evaluation->echoLinesRan) html << EchoLineSection(evaluation->echoLines);
         if (evaluation->clustersRan) html << ClusterSection(evaluation->clusters);
     }
@@ -461,6 +486,22 @@ std::string JsonLines(const std::set<int>& lines) {
     return "[" + text + "]";
 }
 
+std::string JsonMaps(const std::vector<MapScore>& maps) {
+    std::ostringstream json;
+    json << ",\n    \"maps\": [";
+    for (std::size_t i = 0; i < maps.size(); ++i) {
+        const MapScore& m = maps[i];
+        json << (i ? ",\n" : "\n") << "      {\"step\": " << JsonString(m.step) << ", \"kinds\": [";
+        for (std::size_t k = 0; k < m.targets.size(); ++k) json << (k ? ", " : "") << JsonString(DefectKindName(m.targets[k]));
+        json << "], \"planted\": " << m.planted << ", \"found\": " << m.found << ", \"recall\": " << JsonNumber(m.recall)
+             << ", \"flagged\": " << m.flagged << ", \"flaggedPlanted\": " << m.flaggedPlanted
+             << ", \"flaggedByRule\": " << m.flaggedByRule << ", \"precision\": " << JsonNumber(m.precision)
+             << ", \"precisionWithoutRule\": " << JsonNumber(m.precisionWithoutRule) << "}";
+    }
+    json << (maps.empty() ? "]" : "\n    ]");
+    return json.str();
+}
+
 std::string JsonEchoLines(const EchoLineScore& e) {
     std::ostringstream json;
     json << ",\n    \"echoLines\": {\"plantedSingle\": " << JsonLines(e.plantedSingle)
@@ -511,6 +552,7 @@ std::string JsonSummary(const std::string& model, const CalibrationOutputs& outp
              << "    \"flaggedPlanted\": " << evaluation->flaggedPlanted << ",\n"
              << "    \"precision\": " << JsonNumber(evaluation->precision) << ",\n"
              << "    \"gainError\": " << JsonNumber(evaluation->gainError);
+        json << JsonMaps(evaluation->maps);
         if (evaluation->echoLinesRan) json << JsonEchoLines(evaluation->echoLines);
         if (evaluation->clustersRan) json << JsonClusters(evaluation->clusters);
         json << "\n  }";

@@ -5,6 +5,7 @@
 
 #include "apps/orvane/CalibrationPipeline.h"
 #include "apps/orvane/CorrectionCheck.h"
+#include "apps/orvane/DemoPanels.h"
 #include "apps/orvane/DetectorSimulator.h"
 #include "apps/orvane/Evaluation.h"
 #include "apps/orvane/FrameSeries.h"
@@ -48,7 +49,7 @@ const char* const kUsage =
     "  calibrate  compute every calibration of a model from a series of frames\n"
     "  correct    apply the references of a calibration to every frame of a series\n"
     "  convert    write the frames of an image file in another format\n"
-    "  demo       simulate, calibrate and correct the \"Birch\" panel, and compare with the truth\n"
+    "  demo       simulate, calibrate and correct the \"Birch\" panel and a smaller one, and compare with the truth\n"
     "  params     print the parameter records of every set for a key\n"
     "\n"
     "--threads N  the threads of the parallel work (default: ORVANE_THREADS, else every core\n"
@@ -248,6 +249,7 @@ struct RunOptions {
     FrameDefaults defaults;
     io::ImageFileFormat format = io::ImageFileFormat::Fxd;
     bool verbose = false;
+    const DefectMapUntypicalParameters* untypicalRow = nullptr;  // see CalibrationRequest
 };
 
 // What the demo compares a run with: the simulator's truth, and its frames.
@@ -276,7 +278,7 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
     CalibrationOutputs outputs;
     {
         LogSinks sinks(folder.Path() + "/orvane.log", run.verbose);
-        CalibrationRequest request{model, folder.Path(), only, run.defaults};
+        CalibrationRequest request{model, folder.Path(), only, run.defaults, run.untypicalRow};
         outputs = RunCalibrations(request, series, progress);
     }
     if (run.format != io::ImageFileFormat::Fxd) {
@@ -329,17 +331,10 @@ int Calibrate(const std::vector<std::string>& args) {
     return FinishedRun(outputs);
 }
 
-int Demo(const std::vector<std::string>& args) {
-    po::options_description options("options");
-    std::string model = "Birch", out = "orvane-demo";
-    options.add_options()("help,h", "show this help")(
-        "model", po::value(&model)->default_value(model), "model key")(
-        "out", po::value(&out)->default_value(out), "folder for frames, stores and report")(
-        "verbose,v", "library log lines on stderr too");
-    po::variables_map values;
-    if (Parse(args, options, {}, values, "usage: orvane demo [--model KEY] [--out DIR]")) return 0;
-
-    Progress progress = MakeProgress();
+// One panel of the demo: simulates `model` into <out>/frames, calibrates into `out`
+// and compares with the truth; prints the steps and the figures. The exit code of
+// the run.
+int DemoPanel(const std::string& model, const std::string& out, const RunOptions& run, Progress& progress) {
     SimulationOptions simulation;
     simulation.model = FindModel(model).key;
     const std::string frames = out + "/frames";
@@ -353,17 +348,47 @@ int Demo(const std::vector<std::string>& args) {
     DemoCheck check;
     check.truth = &truth;
     check.simulator = &simulator;
-    RunOptions run;
-    run.verbose = values.count("verbose") > 0;
     const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &check);
     progress.Stage("done");
+    std::cout << model << ":\n";
     PrintSteps(std::cout, outputs);
     std::cout << '\n';
     PrintEvaluation(std::cout, check.evaluation);
     std::cout << '\n';
     PrintCorrection(std::cout, check.correction);
-    std::cout << "\nreport: " << out << "/report.html\n";
+    std::cout << "\nreport: " << out << "/report.html\n\n";
     return FinishedRun(outputs);
+}
+
+int Demo(const std::vector<std::string>& args) {
+    po::options_description options("options");
+    std::string model = "Birch", second = kDemoSecondModel, out = "orvane-demo";
+    const std::string secondHelp =
+        "model key of a second, smaller panel, run into <out>/" + std::string(kDemoSecondFolder) + "; none for none";
+    options.add_options()("help,h", "show this help")(
+        "model", po::value(&model)->default_value(model), "model key")(
+        "second", po::value(&second)->default_value(second),
+        secondHelp.c_str())(
+        "out", po::value(&out)->default_value(out), "folder for frames, stores and report")(
+        "verbose,v", "library log lines on stderr too");
+    po::variables_map values;
+    if (Parse(args, options, {}, values, "usage: orvane demo [--model KEY] [--second KEY] [--out DIR]")) return 0;
+    FindModel(model);
+    if (second != "none") FindModel(second);
+
+    Progress progress = MakeProgress();
+    RunOptions run;
+    run.verbose = values.count("verbose") > 0;
+    int code = DemoPanel(model, out, run, progress);
+    if (second != "none") {
+        // The untypical map has table rows for a few large panels only: the small one
+        // takes the demo's own row.
+        const ModelGeometry panel = FindModel(second);
+        const DefectMapUntypicalParameters untypical = DemoUntypicalRow(panel.width, panel.height);
+        run.untypicalRow = &untypical;
+        code = std::max(code, DemoPanel(second, out + "/" + kDemoSecondFolder, run, progress));
+    }
+    return code;
 }
 
 int Correct(const std::vector<std::string>& args) {
