@@ -1,5 +1,6 @@
 // The demo's scoring of the structured artefacts: the simulator plants offset changes
 // and runs of defective pixels, the calibrations find them, and the scores compare.
+#define BOOST_BIND_GLOBAL_PLACEHOLDERS  // quiets a deprecation note of the JSON parser
 #include "TestImages.h"
 
 #include "OrvaneCalibration.h"
@@ -10,10 +11,13 @@
 #include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/GroundTruth.h"
 #include "apps/orvane/ModelGeometry.h"
+#include "apps/orvane/Report.h"
 
 #include <boost/make_shared.hpp>
+#include <boost/property_tree/json_parser.hpp>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -129,12 +133,24 @@ TEST(ScoringTest, EachDefectMapOfTheSmallPanelFindsTheKindItIsThereFor) {
     ScratchDirectory scratch;
     std::ostringstream log;
     Progress progress(log, false, true);
+    const ModelGeometry panel = FindModel(kDemoSecondModel);
     SimulationOptions options;
     options.model = kDemoSecondModel;
     options.seed = 5;
+    options.plantArea = AreaEveryMapMeasures(panel);
     WriteSimulatedSeries(options, "frames", progress);
     const GroundTruth truth = LoadGroundTruth("frames");
-    const ModelGeometry panel = FindModel(kDemoSecondModel);
+    // Nothing planted outside that area but whole rows and columns.
+    for (int y = 0; y < truth.height; ++y) {
+        for (int x = 0; x < truth.width; ++x) {
+            const auto kind = static_cast<DefectKind>(truth.defects->GetData()[y * truth.width + x]);
+            const bool inside = x >= options.plantArea.left && x < options.plantArea.left + options.plantArea.width &&
+                                y >= options.plantArea.top && y < options.plantArea.top + options.plantArea.height;
+            if (!inside && kind != DefectKind::None && kind != DefectKind::Line && kind != DefectKind::Column) {
+                ADD_FAILURE() << DefectKindName(kind) << " at " << x << ", " << y;
+            }
+        }
+    }
     const DefectMapUntypicalParameters untypical = DemoUntypicalRow(panel.width, panel.height);
     fs::create_directory("out");
     const CalibrationOutputs outputs =
@@ -167,6 +183,57 @@ TEST(ScoringTest, EachDefectMapOfTheSmallPanelFindsTheKindItIsThereFor) {
     EXPECT_EQ(0, count("dm-gain", DefectKind::DarkRegion) + count("dm-untypical", DefectKind::DarkRegion));
     EXPECT_GT(count("dm-untypical", DefectKind::Flicker), 0);
     EXPECT_EQ(0, count("dm-gain", DefectKind::Flicker) + count("dm-dark", DefectKind::Flicker));
+}
+
+// Each calibration gets a summary line: judged against its targets where the truth
+// scores it, and the main panel's report takes in the small panel's.
+TEST(ScoringTest, TheReportLeadsWithALinePerCalibrationAndTakesInTheSmallPanel) {
+    ScratchDirectory dir;
+    CalibrationOutputs small;
+    small.steps.push_back({"offset-dynamic", StepReport::Status::Ran, "mean offset 1000", 0.1, {}});
+    small.steps.push_back({"dm-gain", StepReport::Status::Ran, "12 defective pixels", 0.1, {}});
+    small.steps.push_back({"dm-dark", StepReport::Status::Failed, "CalibrationDefectMapDark: Init failed", 0.0, {}});
+    small.steps.push_back({"dm-untypical", StepReport::Status::Ran, "3 defective pixels", 0.1, {}});
+    small.steps.push_back({"clusters", StepReport::Status::Skipped, "no parameter rows", 0.0, {}});
+    small.defects = boost::make_shared<ImageAcquisition<unsigned char>>(40, 30);
+    Evaluation smallScores;
+    smallScores.gainError = NAN;
+    MapScore gain;
+    gain.step = "dm-gain", gain.recall = kRecallTarget, gain.precisionWithoutRule = kPrecisionTarget, gain.precision = 0.5;
+    MapScore untypical = gain;
+    untypical.step = "dm-untypical", untypical.precisionWithoutRule = 0.89;
+    smallScores.maps = {gain, untypical};
+
+    fs::create_directory("small");
+    const ReportPanel panel = WriteReport("small", "Willow.*.m12", small, &smallScores, nullptr, {}, "small/");
+    std::vector<std::string> verdicts;
+    for (const CalibrationVerdict& v : panel.verdicts) verdicts.push_back(v.step + " " + v.verdict);
+    EXPECT_EQ(verdicts, (std::vector<std::string>{"offset-dynamic ran", "dm-gain pass", "dm-dark attention",
+                                                  "dm-untypical attention", "clusters skipped"}));
+    EXPECT_TRUE(Contains(panel.sections, "src=\"small/defect-map.png\""));
+    EXPECT_TRUE(fs::exists("small/defect-map.png") && fs::exists("small/report.html"));
+
+    CalibrationOutputs main;
+    main.steps.push_back({"echo-lines", StepReport::Status::Ran, "1 single and 0 double echo lines", 0.0, {}});
+    Evaluation mainScores;
+    mainScores.gainError = NAN;
+    mainScores.echoLinesRan = true;
+    mainScores.echoLines.recall = 0.5;
+    WriteReport(".", "Birch", main, &mainScores, nullptr, {panel});
+    boost::property_tree::ptree summary;
+    boost::property_tree::read_json("summary.json", summary);
+    verdicts.clear();
+    for (const auto& line : summary.get_child("calibrations")) {
+        verdicts.push_back(line.second.get<std::string>("model") + " " + line.second.get<std::string>("step") + " " +
+                           line.second.get<std::string>("verdict"));
+    }
+    ASSERT_EQ(verdicts.size(), 6u);
+    EXPECT_EQ(verdicts.front(), "Birch echo-lines attention");
+    EXPECT_EQ(verdicts[2], "Willow.*.m12 dm-gain pass");
+    const std::string html = ReadFile("report.html");
+    EXPECT_TRUE(Contains(html, "Panel Willow.*.m12") && Contains(html, "src=\"small/defect-map.png\"") &&
+                Contains(html, "Birch and Willow.*.m12"));
+    EXPECT_LT(html.find("Summary"), html.find("Panel Birch"));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "apps/orvane/Evaluation.h"
 #include "apps/orvane/FrameReader.h"
 #include "apps/orvane/InputError.h"
+#include "apps/orvane/ModelGeometry.h"
 #include "OrvaneCalibration.h"
 #include "tools/Parallel.h"
 
@@ -94,21 +95,6 @@ bool HasUntypicalRow(const CalibrationRequest& request) {
 }
 
 class Pipeline;
-
-ROI Intersection(const ROI& a, const ROI& b) {
-    const int top = std::max(a.top, b.top), left = std::max(a.left, b.left);
-    const int bottom = std::min(a.top + a.height, b.top + b.height), right = std::min(a.left + a.width, b.left + b.width);
-    if (bottom <= top || right <= left) return ROI();
-    return ROI(static_cast<unsigned short>(top), static_cast<unsigned short>(left),
-               static_cast<unsigned short>(bottom - top), static_cast<unsigned short>(right - left));
-}
-
-// The measured area of a record given by its corner and size.
-template <typename Record>
-ROI RecordArea(const Record& record) {
-    const auto clip = [](std::int32_t value) { return static_cast<unsigned short>(std::max(0, std::min(65535, value))); };
-    return ROI(clip(record.Y0), clip(record.X0), clip(record.Height), clip(record.Width));
-}
 
 // What a step needs, besides parameter rows, before it can run.
 struct Requirement {

@@ -147,28 +147,30 @@ private:
     std::uint64_t state;
 };
 
-// Plants the defects into `kinds` (all None on entry), keeping them `border` pixels
-// from the edges (whole rows and columns excepted) and one good pixel apart.
+// Plants the defects into `kinds` (all None on entry) inside `area`, keeping them
+// `border` pixels from its edges and one good pixel apart; whole rows and columns
+// cross the frame.
 class DefectPlanter {
 public:
-    DefectPlanter(unsigned char* kinds, int width, int height, std::uint64_t key)
-        : kinds(kinds), width(width), height(height), placer(key),
-          border(std::max(1, std::min(64, std::min(width, height) / 8))) {}
+    DefectPlanter(unsigned char* kinds, int width, int height, const ROI& area, std::uint64_t key)
+        : kinds(kinds), width(width), height(height), left(area.left), top(area.top),
+          right(area.left + area.width), bottom(area.top + area.height), placer(key),
+          border(std::max(1, std::min(64, std::min(area.width, area.height) / 8))) {}
 
     void Plant(GroundTruth& truth, std::vector<unsigned char>& echoRows) {
-        const long pixels = static_cast<long>(width) * height;
-        const bool large = std::min(width, height) >= 256;
+        const long pixels = static_cast<long>(right - left) * (bottom - top);
+        const bool large = std::min(right - left, bottom - top) >= 256;
         const int wholeLines = large ? 2 : 1;
         const int partials = large ? 3 : 1;
         std::vector<int> lineRows;
         for (int i = 0; i < wholeLines; ++i) {
-            const int y = Spaced(lineRows, height);
+            const int y = Spaced(lineRows, top, bottom);
             if (y < 0) break;
             for (int x = 0; x < width; ++x) Mark(x, y, DefectKind::Line);
         }
         std::vector<int> lineColumns;
         for (int i = 0; i < wholeLines; ++i) {
-            const int x = Spaced(lineColumns, width);
+            const int x = Spaced(lineColumns, left, right);
             if (x < 0) break;
             for (int y = 0; y < height; ++y) Mark(x, y, DefectKind::Column);
         }
@@ -176,7 +178,7 @@ public:
         // Nothing else is planted on them, so that a dead pixel stays dark.
         std::vector<int> echoes;
         for (int i = 0, tries = 0; i < partials && tries < 1000; ++tries) {
-            const int y = placer.Between(border, height - border - 1);
+            const int y = placer.Between(top + border, bottom - border - 1);
             bool ok = true;
             for (int row : lineRows) ok = ok && std::abs(row - y) > 1;
             for (int row : echoes) ok = ok && std::abs(row - y) > 1;
@@ -189,7 +191,7 @@ public:
         blockedRows = &echoRows;
         truth.echoLines = echoes;
 
-        const int innerWidth = width - 2 * border, innerHeight = height - 2 * border;
+        const int innerWidth = right - left - 2 * border, innerHeight = bottom - top - 2 * border;
         // Runs at most a quarter of the inner frame, so that small frames find room.
         for (int i = 0; i < partials; ++i) {
             const int length = std::min(placer.Between(100, 300), innerWidth / 4);
@@ -207,11 +209,11 @@ public:
         for (int lowerHalf = 0; lowerHalf < 2 && std::min(width, height) >= 1024; ++lowerHalf) {
             for (int rows = 1; rows <= 2; ++rows) {
                 const int length = std::min(placer.Between(40, 90), innerWidth / 4);
-                const bool right = placer.Below(2) == 1;
-                const int x0 = right ? width / 2 + 1 : border;
-                const int x1 = right ? width - border - length : width / 2 - 1 - length;
-                const int y0 = lowerHalf ? height / 2 + 2 : border;
-                const int y1 = lowerHalf ? height - border - rows : height / 2 - 2 - rows;
+                const bool rightHalf = placer.Below(2) == 1;
+                const int x0 = rightHalf ? width / 2 + 1 : left + border;
+                const int x1 = rightHalf ? right - border - length : width / 2 - 1 - length;
+                const int y0 = lowerHalf ? height / 2 + 2 : top + border;
+                const int y1 = lowerHalf ? bottom - border - rows : height / 2 - 2 - rows;
                 PlaceBlockIn(length, rows, DefectKind::PartialLine, x0, x1, y0, y1);
             }
         }
@@ -240,10 +242,11 @@ private:
         if (pixel == static_cast<unsigned char>(DefectKind::None)) pixel = static_cast<unsigned char>(kind);
     }
 
-    // A row (or column) inside the border, at least 2 away from the ones in `taken`.
-    int Spaced(std::vector<int>& taken, int extent) {
+    // A row (or column) of [first, end) inside the border, at least 2 away from the
+    // ones in `taken`.
+    int Spaced(std::vector<int>& taken, int first, int end) {
         for (int tries = 0; tries < 1000; ++tries) {
-            const int v = placer.Between(border, extent - border - 1);
+            const int v = placer.Between(first + border, end - border - 1);
             bool ok = true;
             for (int t : taken) ok = ok && std::abs(t - v) > 1;
             if (ok) {
@@ -266,12 +269,12 @@ private:
     }
 
     bool PlaceBlock(int w, int h, DefectKind kind, ROI* box = nullptr) {
-        return PlaceBlockIn(w, h, kind, border, width - border - w, border, height - border - h, box);
+        return PlaceBlockIn(w, h, kind, left + border, right - border - w, top + border, bottom - border - h, box);
     }
 
     // A w x h block of `kind` with its top left corner in [xLow, xHigh] x [yLow, yHigh].
     bool PlaceBlockIn(int w, int h, DefectKind kind, int xLow, int xHigh, int yLow, int yHigh, ROI* box = nullptr) {
-        if (w < 1 || h < 1 || w > width - 2 * border || h > height - 2 * border || xHigh < xLow || yHigh < yLow) {
+        if (w < 1 || h < 1 || xHigh < xLow || yHigh < yLow) {
             return false;
         }
         for (int tries = 0; tries < 200; ++tries) {
@@ -299,6 +302,7 @@ private:
     unsigned char* kinds;
     int width;
     int height;
+    int left, top, right, bottom;  // the area defects go into
     Placer placer;
     int border;
     const std::vector<unsigned char>* blockedRows = nullptr;  // rows nothing more goes on
@@ -375,7 +379,12 @@ DetectorSimulator::DetectorSimulator(const SimulationOptions& given) : options(g
     nonlinearityKey = StreamKey(options.seed, kNonlinearityStream);
 
     unsigned char* kinds = truth.defects->GetData();
-    DefectPlanter(kinds, width, height, StreamKey(options.seed, kPlacementStream)).Plant(truth, echoRows);
+    const ROI whole(0, 0, static_cast<unsigned short>(height), static_cast<unsigned short>(width));
+    const ROI& area = options.plantArea.width > 0 && options.plantArea.height > 0 ? options.plantArea : whole;
+    if (area.left + area.width > width || area.top + area.height > height) {
+        throw std::invalid_argument("the area to plant defects in leaves the frame");
+    }
+    DefectPlanter(kinds, width, height, area, StreamKey(options.seed, kPlacementStream)).Plant(truth, echoRows);
     truth.offsetChanges = PlantOffsetChanges(width, height, StreamKey(options.seed, kChangeStream));
 
     // Separable shading: a cosine bump (1.05 in the middle, 0.9 at the edges) and a tilt.

@@ -4,6 +4,7 @@
 #include "apps/orvane/GroundTruth.h"
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
+#include "image/ROI.h"
 #include "io/ImageFileFormat.h"
 
 #include <cstdint>
@@ -25,6 +26,9 @@ struct SimulationOptions {
     // TIFF, FITS or raw stacks (dark.tif, flat-1.tif, ...); or one HDF5 file
     // series.h5 with the datasets /dark, /flat-1, ...
     io::ImageFileFormat format = io::ImageFileFormat::Fxd;
+    // Where defects are planted (whole rows and columns cross the frame); empty: the
+    // whole frame.
+    ROI plantArea{};
 };
 
 // A synthetic flat-panel detector: per-pixel dark level with temperature and time

@@ -6,6 +6,7 @@
 #include "interfaces/CorrectionGainLinear.h"
 #include "parameters/CalibrationClustersParametersSet.h"
 #include "parameters/EchoLineParametersSet.h"
+#include "parameters/GainLinearParametersSet.h"
 
 #include <boost/make_shared.hpp>
 
@@ -34,35 +35,43 @@ void CheckSize(const ImagePtr<T>& image, const char* what, int width, int height
     }
 }
 
-// Mean |gain / truth - 1| over good pixels (none planted there) where both are finite
-// and positive, each normalised by its own mean over those pixels first, since the
-// calibration may scale its gain differently from the truth.
-double GainError(const float* gain, const float* truth, const unsigned char* kinds, size_t n) {
+// Mean |gain / truth - 1| over good pixels (none planted there) of `area`, the one
+// the gain is measured on, where both are finite and positive, each normalised by its
+// own mean over those pixels first, since the calibration may scale its gain
+// differently from the truth.
+double GainError(const float* gain, const float* truth, const unsigned char* kinds, int width, const ROI& area) {
     auto usable = [&](size_t i) {
         return kinds[i] == static_cast<unsigned char>(DefectKind::None) && std::isfinite(gain[i]) &&
                std::isfinite(truth[i]) && gain[i] > 0.0f && truth[i] > 0.0f;
     };
+    // Calls `visit` with every pixel of the area.
+    const auto each = [&](auto visit) {
+        for (int y = area.top; y < area.top + area.height; ++y) {
+            const size_t row = static_cast<size_t>(y) * static_cast<size_t>(width);
+            for (size_t i = row + area.left; i < row + area.left + area.width; ++i) visit(i);
+        }
+    };
     double gainSum = 0.0;
     double truthSum = 0.0;
     size_t count = 0;
-    for (size_t i = 0; i < n; ++i) {
+    each([&](size_t i) {
         if (usable(i)) {
             gainSum += gain[i];
             truthSum += truth[i];
             ++count;
         }
-    }
+    });
     if (count == 0) {
         return kNaN;
     }
     // (g / gMean) / (t / tMean) - 1 = g / t * ratio - 1
     const double ratio = truthSum / gainSum;
     double errorSum = 0.0;
-    for (size_t i = 0; i < n; ++i) {
+    each([&](size_t i) {
         if (usable(i)) {
             errorSum += std::fabs(static_cast<double>(gain[i]) / truth[i] * ratio - 1.0);
         }
-    }
+    });
     return errorSum / static_cast<double>(count);
 }
 
@@ -212,8 +221,10 @@ Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs)
             ScoreClusters(truth, s_clustersCalibrationParametersSet.lookup(truth.model), outputs.clusterPlaces);
     }
 
+    // A gain exists only when its step ran: the model has a row then.
     result.gainError = outputs.gain && truth.gain
-                           ? GainError(outputs.gain->GetData(), truth.gain->GetData(), kinds, n)
+                           ? GainError(outputs.gain->GetData(), truth.gain->GetData(), kinds, width,
+                                       GainArea(s_gainLinearParametersSet.lookup(truth.model), width, height))
                            : kNaN;
     return result;
 }

@@ -238,6 +238,10 @@ td.num { text-align: right; font-variant-numeric: tabular-nums; }
 tr.ran td.status { color: #1a7f37; }
 tr.skipped td.status { color: #777; }
 tr.failed td.status { color: #b00020; font-weight: bold; }
+tr.pass td.status { color: #1a7f37; font-weight: bold; }
+tr.attention td.status { color: #b00020; font-weight: bold; }
+tr.skipped td.status, tr.ran td.status { color: #555; }
+h2.panel { font-size: 1.45em; border-bottom: 3px solid #444; margin-top: 2em; }
 figure { display: inline-block; margin: 0.5em 1em 1em 0; vertical-align: top; }
 figure img { max-width: 512px; border: 1px solid #999; image-rendering: pixelated; }
 figcaption { max-width: 512px; font-size: 0.9em; color: #444; }
@@ -348,13 +352,41 @@ std::string ClusterSection(const ClusterScore& c) {
     return html.str();
 }
 
-std::string HtmlReport(const std::string& model, const CalibrationOutputs& outputs,
-                       const std::vector<Picture>& pictures, const Evaluation* evaluation,
-                       const CorrectionFigures* correction, const std::vector<Picture>& correctionPictures) {
+// The pictures with their files under `folder` ("" or ending in '/').
+std::vector<Picture> InFolder(std::vector<Picture> pictures, const std::string& folder) {
+    for (Picture& picture : pictures) picture.file = folder + picture.file;
+    return pictures;
+}
+
+// The summary: a line per calibration of every panel.
+std::string VerdictSection(const std::vector<CalibrationVerdict>& verdicts, bool panels) {
     std::ostringstream html;
-    html << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-         << "<title>Calibration report: " << Html(model) << "</title>\n<style>" << kStyle << "</style>\n"
-         << "</head>\n<body>\n<h1>Calibration report: " << Html(model) << "</h1>\n";
+    html << "<h2>Summary</h2>\n<table>\n<tr><th>calibration</th>" << (panels ? "<th>panel</th>" : "")
+         << "<th>verdict</th><th>figure</th></tr>\n";
+    for (const CalibrationVerdict& v : verdicts) {
+        html << "<tr class=\"" << v.verdict << "\"><td>" << Html(v.step) << "</td>"
+             << (panels ? "<td>" + Html(v.model) + "</td>" : "") << "<td class=\"status\">" << v.verdict
+             << "</td><td>" << Html(v.figure) << "</td></tr>\n";
+    }
+    html << "</table>\n<p>pass: the figure against the simulated truth meets its target (recall &ge; "
+         << Printf("%.2f", kRecallTarget) << ", precision &ge; " << Printf("%.1f", kPrecisionTarget)
+         << ", gain error &le; " << Printf("%.0f", 100.0 * kGainErrorTarget) << " % with a flat "
+         << Printf("%.0f", kFlatteningTarget) << " times flatter); attention: it does not, or the step failed; "
+            "ran: no figure against the truth.</p>\n";
+    return html.str();
+}
+
+std::string HtmlPage(const std::string& title, const std::string& body) {
+    return "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" + Html(title) +
+           "</title>\n<style>" + kStyle + "</style>\n</head>\n<body>\n<h1>" + Html(title) + "</h1>\n" + body +
+           "</body>\n</html>\n";
+}
+
+// The sections of one panel, its pictures under `folder`.
+std::string PanelSections(const CalibrationOutputs& outputs, const std::vector<Picture>& pictures,
+                          const Evaluation* evaluation, const CorrectionFigures* correction,
+                          const std::vector<Picture>& correctionPictures) {
+    std::ostringstream html;
 
     html << "<h2>Steps</h2>\n<table>\n<tr><th>step</th><th>status</th><th>detail</th><th>seconds</th>"
          << "<th>files</th></tr>\n";
@@ -407,7 +439,6 @@ std::string HtmlReport(const std::string& model, const CalibrationOutputs& outpu
     if (correction) {
         html << CorrectionSection(*correction, correctionPictures);
     }
-    html << "</body>\n</html>\n";
     return html.str();
 }
 
@@ -523,9 +554,15 @@ std::string JsonClusters(const ClusterScore& c) {
 }
 
 std::string JsonSummary(const std::string& model, const CalibrationOutputs& outputs, const Evaluation* evaluation,
-                        const CorrectionFigures* correction) {
+                        const CorrectionFigures* correction, const std::vector<CalibrationVerdict>& verdicts) {
     std::ostringstream json;
-    json << "{\n  \"model\": " << JsonString(model) << ",\n  \"steps\": [";
+    json << "{\n  \"model\": " << JsonString(model) << ",\n  \"calibrations\": [";
+    for (size_t i = 0; i < verdicts.size(); ++i) {
+        const CalibrationVerdict& v = verdicts[i];
+        json << (i ? ",\n" : "\n") << "    {\"step\": " << JsonString(v.step) << ", \"model\": " << JsonString(v.model)
+             << ", \"verdict\": " << JsonString(v.verdict) << ", \"figure\": " << JsonString(v.figure) << "}";
+    }
+    json << (verdicts.empty() ? "],\n" : "\n  ],\n") << "  \"steps\": [";
     for (size_t i = 0; i < outputs.steps.size(); ++i) {
         const StepReport& step = outputs.steps[i];
         json << (i ? ",\n" : "\n") << "    {\"name\": " << JsonString(step.name)
@@ -566,8 +603,9 @@ std::string JsonSummary(const std::string& model, const CalibrationOutputs& outp
 
 }  // namespace
 
-void WriteReport(const std::string& dir, const std::string& model, const CalibrationOutputs& outputs,
-                 const Evaluation* evaluation, const CorrectionFigures* correction) {
+ReportPanel WriteReport(const std::string& dir, const std::string& model, const CalibrationOutputs& outputs,
+                        const Evaluation* evaluation, const CorrectionFigures* correction,
+                        const std::vector<ReportPanel>& embedded, const std::string& folder) {
     std::error_code error;
     fs::create_directories(dir, error);
     if (error) {
@@ -576,9 +614,26 @@ void WriteReport(const std::string& dir, const std::string& model, const Calibra
     // The pictures first and report.html last, so that a report that exists is complete.
     const std::vector<Picture> pictures = WritePictures(dir, outputs);
     const std::vector<Picture> correctionPictures = WriteCorrectionPictures(dir, correction);
-    WriteTextFile((fs::path(dir) / "summary.json").string(), JsonSummary(model, outputs, evaluation, correction));
-    WriteTextFile((fs::path(dir) / "report.html").string(),
-                  HtmlReport(model, outputs, pictures, evaluation, correction, correctionPictures));
+    const std::vector<CalibrationVerdict> verdicts = JudgeCalibrations(model, outputs, evaluation);
+    std::vector<CalibrationVerdict> all = verdicts;
+    std::string title = "Calibration report: " + model;
+    for (const ReportPanel& panel : embedded) {
+        all.insert(all.end(), panel.verdicts.begin(), panel.verdicts.end());
+        title += " and " + panel.model;
+    }
+    WriteTextFile((fs::path(dir) / "summary.json").string(), JsonSummary(model, outputs, evaluation, correction, all));
+    std::string body = VerdictSection(all, !embedded.empty());
+    const std::string own = PanelSections(outputs, pictures, evaluation, correction, correctionPictures);
+    if (embedded.empty()) {
+        body += own;
+    } else {
+        body += "<h2 class=\"panel\">Panel " + Html(model) + "</h2>\n" + own;
+        for (const ReportPanel& panel : embedded) body += "<h2 class=\"panel\">Panel " + Html(panel.model) + "</h2>\n" + panel.sections;
+    }
+    WriteTextFile((fs::path(dir) / "report.html").string(), HtmlPage(title, body));
+    return {model,
+            PanelSections(outputs, InFolder(pictures, folder), evaluation, correction, InFolder(correctionPictures, folder)),
+            verdicts};
 }
 
 }  // namespace app

@@ -258,6 +258,9 @@ struct DemoCheck {
     const DetectorSimulator* simulator = nullptr;
     Evaluation evaluation;
     CorrectionFigures correction;
+    std::vector<ReportPanel> embedded;  // panels whose reports this one takes in
+    std::string folder;                 // this panel's folder relative to the report that takes it in
+    ReportPanel panel;                  // this panel, as that report takes it in
 };
 
 // Runs the calibrations of `model` on the frames in `in`; outputs (stores, report,
@@ -290,8 +293,12 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
         check->correction = CheckCorrection(folder.Path(), model, series, *check->simulator, progress);
     }
     progress.Stage("report");
-    WriteReport(folder.Path(), model, outputs, check ? &check->evaluation : nullptr,
-                check ? &check->correction : nullptr);
+    if (check) {
+        check->panel = WriteReport(folder.Path(), model, outputs, &check->evaluation, &check->correction,
+                                   check->embedded, check->folder);
+    } else {
+        WriteReport(folder.Path(), model, outputs, nullptr);
+    }
     folder.Commit();
     return outputs;
 }
@@ -332,11 +339,17 @@ int Calibrate(const std::vector<std::string>& args) {
 }
 
 // One panel of the demo: simulates `model` into <out>/frames, calibrates into `out`
-// and compares with the truth; prints the steps and the figures. The exit code of
-// the run.
-int DemoPanel(const std::string& model, const std::string& out, const RunOptions& run, Progress& progress) {
+// and compares with the truth; prints the steps and the figures. Its report takes in
+// `embedded`; `panel` receives it as seen from the folder above under `folder`. The
+// exit code of the run.
+int DemoPanel(const std::string& model, const std::string& out, const RunOptions& run, Progress& progress,
+              const std::vector<ReportPanel>& embedded = {}, const std::string& folder = "",
+              ReportPanel* panel = nullptr) {
     SimulationOptions simulation;
-    simulation.model = FindModel(model).key;
+    const ModelGeometry geometry = FindModel(model);
+    simulation.model = geometry.key;
+    // Defects go where every map of the model looks, so that each is findable.
+    simulation.plantArea = AreaEveryMapMeasures(geometry);
     const std::string frames = out + "/frames";
     const DetectorSimulator simulator(simulation);  // also renders the frames again, defect-free for the check
     {
@@ -348,7 +361,10 @@ int DemoPanel(const std::string& model, const std::string& out, const RunOptions
     DemoCheck check;
     check.truth = &truth;
     check.simulator = &simulator;
+    check.embedded = embedded;
+    check.folder = folder;
     const CalibrationOutputs outputs = CalibrateInto(model, frames, out, run, progress, &check);
+    if (panel) *panel = check.panel;
     progress.Stage("done");
     std::cout << model << ":\n";
     PrintSteps(std::cout, outputs);
@@ -379,16 +395,20 @@ int Demo(const std::vector<std::string>& args) {
     Progress progress = MakeProgress();
     RunOptions run;
     run.verbose = values.count("verbose") > 0;
-    int code = DemoPanel(model, out, run, progress);
+    // The small panel first, so that the main panel's report takes it in.
+    int code = 0;
+    std::vector<ReportPanel> embedded(second != "none" ? 1 : 0);
     if (second != "none") {
         // The untypical map has table rows for a few large panels only: the small one
         // takes the demo's own row.
         const ModelGeometry panel = FindModel(second);
         const DefectMapUntypicalParameters untypical = DemoUntypicalRow(panel.width, panel.height);
-        run.untypicalRow = &untypical;
-        code = std::max(code, DemoPanel(second, out + "/" + kDemoSecondFolder, run, progress));
+        RunOptions small = run;
+        small.untypicalRow = &untypical;
+        code = DemoPanel(second, out + "/" + kDemoSecondFolder, small, progress, {},
+                         std::string(kDemoSecondFolder) + "/", &embedded.front());
     }
-    return code;
+    return std::max(code, DemoPanel(model, out, run, progress, embedded));
 }
 
 int Correct(const std::vector<std::string>& args) {
