@@ -7,6 +7,7 @@ import sys
 import threading
 import time
 import tracemalloc
+import weakref
 
 import numpy as np
 import pytest
@@ -54,6 +55,26 @@ def test_series_that_are_not_contiguous_give_the_same_offset():
     wide[:, :, ::2] = darks
     for same in (np.asfortranarray(darks), list(darks), wide[:, :, ::2]):
         np.testing.assert_array_equal(orvane.calibrate_offset(same), expected)
+
+
+def test_a_calibration_keeps_its_record_and_its_store_alive():
+    record = orvane.s_OffsetDynamicParametersSet.lookup(MODEL)
+    record.Weight = 0.5  # a copy: the table keeps its row
+    assert orvane.s_OffsetDynamicParametersSet.lookup(MODEL).Weight != 0.5
+    record_ref = weakref.ref(record)
+    store = orvane.ReferenceOffsetSimple(16, 8)
+    offset = store.GetOffset().array
+    calibration = orvane.CalibrationOffsetDynamic(record, store)
+    del record, store
+    gc.collect()
+    assert record_ref() is not None  # the C++ object holds the record by reference
+    frame = np.full((8, 16), 1000, dtype=np.uint16)
+    calibration.UpdateSingleOffsetRef(frame)
+    blended_once = offset.copy()
+    assert 0 < blended_once.min() < 1000  # written into the store's live image
+    del calibration
+    gc.collect()
+    assert record_ref() is None
 
 
 def test_a_store_saves_loads_and_refuses_bad_files_unchanged(tmp_path):
