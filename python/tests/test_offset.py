@@ -144,24 +144,10 @@ def test_no_leak_over_1000_calls():
     assert resident_growth < 8 * 2**20, resident_growth  # one offset image a call would be 32 MiB
 
 
-def best_seconds(one, two, repeats=15):
-    """The least disturbed time of one() and of two(), measured in turns (the machine is shared)."""
-
-    def seconds(work):
-        start = time.perf_counter()
-        work()
-        return time.perf_counter() - start
-
-    timings = [(seconds(one), seconds(two)) for _ in range(repeats)]
-    return min(t[0] for t in timings), min(t[1] for t in timings)
-
-
-def on_two_threads(work, arguments):
-    threads = [threading.Thread(target=work, args=(argument,)) for argument in arguments]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
+def seconds(work):
+    start = time.perf_counter()
+    work()
+    return time.perf_counter() - start
 
 
 def test_two_threads_calibrate_two_panels_at_once():
@@ -176,7 +162,16 @@ def test_two_threads_calibrate_two_panels_at_once():
             for _ in range(3):
                 results[index] = orvane.calibrate_offset(panels[index])
 
-        one, two = best_seconds(lambda: calibrate(0), lambda: on_two_threads(calibrate, (0, 1)))
+        def two_panels():
+            threads = [threading.Thread(target=calibrate, args=(index,)) for index in range(2)]
+            for thread in threads:
+                thread.start()
+            for thread in threads:
+                thread.join()
+
+        # In turns, the best of several: the least disturbed runs on a shared machine.
+        timings = [(seconds(lambda: calibrate(0)), seconds(two_panels)) for _ in range(15)]
+        one, two = min(t[0] for t in timings), min(t[1] for t in timings)
     finally:
         orvane.SetThreadCount(0)
     for result, reference in zip(results, expected):
