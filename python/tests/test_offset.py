@@ -150,6 +150,40 @@ def seconds(work):
     return time.perf_counter() - start
 
 
+def test_another_thread_calibrates_while_one_computes():
+    # Holds on any machine, busy or not: a call that kept the interpreter lock, or a lock
+    # of the library held while computing, would let no small calibration finish.
+    frame = np.random.default_rng(5).integers(900, 1500, size=(2048, 2048), dtype=np.uint16)
+    images = [orvane.ImageUInt16(frame)] * 64
+    calibration = orvane.CalibrationOffsetDynamic(orvane.OffsetDynamicParameters(),
+                                                  orvane.ReferenceOffsetSimple(2048, 2048))
+    small, stop, finished = dark_series(2, 16, 16), threading.Event(), []
+
+    def small_calibrations():
+        while not stop.is_set():
+            orvane.calibrate_offset(small)
+            finished.append(time.perf_counter())
+
+    helper = threading.Thread(target=small_calibrations)
+    orvane.SetThreadCount(1)
+    try:
+        calibration.Init()
+        helper.start()
+        while not finished:
+            time.sleep(0.001)
+        start = time.perf_counter()
+        calibration.CalculateOffsetReference(images)
+        end = time.perf_counter()
+    finally:
+        stop.set()
+        helper.join()
+        orvane.SetThreadCount(0)
+    # Around the call's ends the helper may have its turn with the interpreter lock anyway.
+    margin = max(2 * sys.getswitchinterval(), 0.3 * (end - start))
+    during = [t for t in finished if start + margin < t < end - margin]
+    assert during, f"no calibration of another thread finished during a call of {end - start:.3f} s"
+
+
 def test_two_threads_calibrate_two_panels_at_once():
     rng = np.random.default_rng(7)
     panels = [rng.integers(900, 1500, size=(8, 2048, 2048), dtype=np.uint16) for _ in range(2)]
@@ -176,4 +210,8 @@ def test_two_threads_calibrate_two_panels_at_once():
         orvane.SetThreadCount(0)
     for result, reference in zip(results, expected):
         np.testing.assert_array_equal(result, reference)
-    assert two < 1.6 * one, f"two panels on two threads took {two:.3f} s, one panel {one:.3f} s"
+    timing = f"two panels on two threads took {two:.3f} s, one panel {one:.3f} s"
+    load, cores = os.getloadavg()[0], len(os.sched_getaffinity(0))
+    if two >= 1.6 * one and load > cores - 1:  # other work holds the cores the threads would use
+        pytest.skip(f"{timing}, on a busy machine (load {load:.1f} on {cores} cores)")
+    assert two < 1.6 * one, timing
