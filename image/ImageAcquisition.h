@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 // An image: width x height pixels stored row after row (pixel (x, y) is element
 // y * width + x), one flat view of them and the frame's property tree.
@@ -26,6 +27,13 @@ public:
           buffer(new ImageBuffer<T>(pixels.get(), pixelCount)) {
         Fill(T());
     }
+    // An image over pixels its host already holds (a Python host's array): `hostPixels`,
+    // width * height values row after row, is used as it is, neither copied nor cleared,
+    // and its own deleter runs when the last user of the pixels lets go of them.
+    ImageAcquisition(int width, int height, boost::shared_array<T> hostPixels)
+        : width(width), height(height), pixelCount(width * height),
+          bytesPerPixel(static_cast<int>(sizeof(T))), pixels(std::move(hostPixels)),
+          buffer(new ImageBuffer<T>(pixels.get(), pixelCount)) {}
     virtual ~ImageAcquisition() = default;
 
     ImageAcquisition(const ImageAcquisition&) = delete;

@@ -6,3 +6,8 @@ ImageCollectorRegistry& ImageCollectorRegistry::Instance() {
     static ImageCollectorRegistry* const registry = new ImageCollectorRegistry();
     return *registry;
 }
+
+std::mutex& orvane::detail::PoolMutex() {
+    static std::mutex* const mutex = new std::mutex();  // outlives the registry's users, as it does
+    return *mutex;
+}

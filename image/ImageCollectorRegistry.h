@@ -8,11 +8,14 @@
 #include <boost/make_shared.hpp>
 #include <boost/shared_ptr.hpp>
 
+#include <mutex>
 #include <vector>
 
 // The process-wide list of image collectors, one per format, built on first use.
 // It owns the collectors for the life of the process: none is ever deleted.
-// Not locked: the pool is used from one thread at a time.
+// Every account that WorkImages takes (those of the calibrations) is opened, used and
+// closed under orvane::detail::PoolMutex(), so calibrations may run on several threads
+// at once; a host that takes accounts itself holds that lock or stays on one thread.
 class ImageCollectorRegistry {
 public:
     static ImageCollectorRegistry& Instance();
@@ -54,5 +57,14 @@ private:
     ImageCollectorRegistry() = default;
     std::vector<ImageCollectorBase*> collectors;
 };
+
+namespace orvane {
+namespace detail {
+
+// The one lock of the registry and of every pool it holds.
+std::mutex& PoolMutex();
+
+}  // namespace detail
+}  // namespace orvane
 
 #endif

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <initializer_list>
+#include <mutex>
 #include <stdexcept>
 #include <vector>
 
@@ -19,7 +20,8 @@ namespace detail {
 // account opened by Open, the images taken since, and the member slots that point
 // at them. Close (also run by the destructor) gives every image still held back in
 // the order taken, closes the account and empties the slots, so that a calibration
-// after Clear looks as one before Init.
+// after Clear looks as one before Init. Each step that touches the pool holds
+// PoolMutex(), so that work images of several threads come from one pool safely.
 template <typename T>
 class WorkImages {
 public:
@@ -37,8 +39,11 @@ public:
               std::initializer_list<ImagePtr<T>*> slotsToFill = {}) {
         Close();
         try {
-            collection = ImageCollectorRegistry::Instance().GetCollection<T>(width, height, false);
-            collection->Reserve(reserve);
+            {
+                std::lock_guard<std::mutex> lock(PoolMutex());
+                collection = ImageCollectorRegistry::Instance().GetCollection<T>(width, height, false);
+                collection->Reserve(reserve);
+            }
             for (ImagePtr<T>* slot : slotsToFill) {
                 AcquireInto(*slot);
             }
@@ -68,6 +73,7 @@ public:
         if (!collection) {
             throw std::logic_error("WorkImages: Acquire on a closed account");
         }
+        std::lock_guard<std::mutex> lock(PoolMutex());
         held.push_back(collection->Acquire());
         return held.back();
     }
@@ -82,7 +88,10 @@ public:
         if (found == held.end()) {
             throw std::logic_error("WorkImages: Release of an image not taken here");
         }
-        collection->Release(image);
+        {
+            std::lock_guard<std::mutex> lock(PoolMutex());
+            collection->Release(image);
+        }
         held.erase(found);
         slots.erase(std::remove(slots.begin(), slots.end(), &image), slots.end());
         image.reset();
@@ -92,12 +101,15 @@ public:
         if (!collection) {
             return;
         }
-        for (const ImagePtr<T>& image : held) {
-            collection->Release(image);
+        {
+            std::lock_guard<std::mutex> lock(PoolMutex());
+            for (const ImagePtr<T>& image : held) {
+                collection->Release(image);
+            }
+            held.clear();
+            collection->Close();
+            collection.reset();
         }
-        held.clear();
-        collection->Close();
-        collection.reset();
         for (ImagePtr<T>* slot : slots) {
             slot->reset();
         }

@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 using orvane::detail::WorkImages;
@@ -46,5 +48,39 @@ TEST(WorkImages, SlotsAreFilledInOrderCloseGivesEverythingBackAndMisuseFails) {
         EXPECT_EQ(1u, collector->GetInUse().size());
     }
     EXPECT_FALSE(first);
+    EXPECT_TRUE(collector->GetInUse().empty() && collector->GetPool().empty());
+}
+
+// Calibrations on several threads take their work images from one pool: an image is
+// held by one account at a time, and the pool ends with none in use.
+TEST(WorkImages, AccountsOnSeveralThreadsShareOnePool) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 2000;
+    std::atomic<int> sharedImages{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([thread, &sharedImages] {
+            for (int round = 0; round < kRounds; ++round) {
+                WorkImages<float> images;
+                ImagePtr<float> first;
+                ImagePtr<float> second;
+                images.Open(23, 5, 2, {&first, &second});
+                const float mark = static_cast<float>(thread * kRounds + round);
+                first->Fill(mark);
+                second->Fill(mark);
+                std::this_thread::yield();
+                if (first == second || first->GetData()[0] != mark || second->GetData()[0] != mark) {
+                    ++sharedImages;
+                }
+                images.Close();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(0, sharedImages.load());
+    const ImageCollector<float>* collector = ImageCollectorRegistry::Instance().FindCollector<float>(23, 5);
+    ASSERT_NE(nullptr, collector);
     EXPECT_TRUE(collector->GetInUse().empty() && collector->GetPool().empty());
 }

@@ -1,0 +1,22 @@
+#ifndef ORVANE_PYTHON_BINDINGS_H
+#define ORVANE_PYTHON_BINDINGS_H
+
+#include <boost/shared_ptr.hpp>
+#include <pybind11/pybind11.h>
+
+// Python objects of the library's classes hold them as the library shares them, so an
+// image or a store handed to Python and back is the same object on both sides.
+PYBIND11_DECLARE_HOLDER_TYPE(T, boost::shared_ptr<T>, true);
+
+namespace orvane {
+namespace python {
+
+// One binding file per family of the library; Module.cpp calls them in this order.
+void BindErrors(pybind11::module_& module);
+void BindImages(pybind11::module_& module);
+void BindOffset(pybind11::module_& module);
+
+}  // namespace python
+}  // namespace orvane
+
+#endif

@@ -1,0 +1,51 @@
+"""orvane: calibration references of a flat-panel detector, computed from numpy frames.
+
+The classes mirror the C++ library (images, stores, calibrations, parameter sets, with
+their C++ names); their pixels are shared with numpy without a copy, and failures
+arrive as orvane.Error and its subclasses with the library's text. The functions in
+snake case are the short road on top of them, e.g. calibrate_offset(darks).
+"""
+
+from ._core import (
+    CalibrationException,
+    CalibrationOffsetDynamic,
+    Error,
+    ImageFileException,
+    ImageFloat32,
+    ImageFormatException,
+    ImageUInt8,
+    ImageUInt16,
+    OffsetDynamicParameters,
+    OffsetDynamicParametersSet,
+    Reference,
+    ReferenceException,
+    ReferenceOffsetSimple,
+    SetThreadCount,
+    ThreadCount,
+    __version__,
+    s_OffsetDynamicParametersSet,
+)
+from .frames import frame_images
+from .offset import calibrate_offset
+
+__all__ = [
+    "CalibrationException",
+    "CalibrationOffsetDynamic",
+    "Error",
+    "ImageFileException",
+    "ImageFloat32",
+    "ImageFormatException",
+    "ImageUInt8",
+    "ImageUInt16",
+    "OffsetDynamicParameters",
+    "OffsetDynamicParametersSet",
+    "Reference",
+    "ReferenceException",
+    "ReferenceOffsetSimple",
+    "SetThreadCount",
+    "ThreadCount",
+    "__version__",
+    "calibrate_offset",
+    "frame_images",
+    "s_OffsetDynamicParametersSet",
+]
