@@ -90,7 +90,8 @@ TEST(ScoringTest, EchoRunsInBothHalvesAreNumberedAndPairedAsTheStepNumbersThem) 
     const unsigned char* kinds = truth.defects->GetData();
     for (int p = 0; p < truth.width * truth.height; ++p) dm[p] = kinds[p] != 0;
     EchoLineParameters record;
-    record.Area = ROI(8, 8, static_cast<unsigned short>(truth.height - 16), static_cast<unsigned short>(truth.width - 16));
+    record.Area =
+        ROI(8, 8, static_cast<unsigned short>(truth.height - 16), static_cast<unsigned short>(truth.width - 16));
     record.MiddleRow = truth.height / 2;
     record.MiddleColumn = truth.width / 2;
     record.MinimumRun = 30;
@@ -176,7 +177,9 @@ TEST(ScoringTest, EachDefectMapOfTheSmallPanelFindsTheKindItIsThereFor) {
         counts.assign(kDefectKindCount, 0);
         for (int p = 0; p < truth.width * truth.height; ++p) counts[kinds[p]] += map.map->GetData()[p] != 0;
     }
-    const auto count = [&](const std::string& step, DefectKind kind) { return found[step][static_cast<std::size_t>(kind)]; };
+    const auto count = [&](const std::string& step, DefectKind kind) {
+        return found[step][static_cast<std::size_t>(kind)];
+    };
     EXPECT_GT(count("dm-gain", DefectKind::WeakResponse), 0);
     EXPECT_EQ(0, count("dm-dark", DefectKind::WeakResponse));
     EXPECT_GT(count("dm-dark", DefectKind::DarkRegion), 0);
@@ -199,7 +202,8 @@ TEST(ScoringTest, TheReportLeadsWithALinePerCalibrationAndTakesInTheSmallPanel) 
     Evaluation smallScores;
     smallScores.gainError = NAN;
     MapScore gain;
-    gain.step = "dm-gain", gain.recall = kRecallTarget, gain.precisionWithoutRule = kPrecisionTarget, gain.precision = 0.5;
+    gain.step = "dm-gain", gain.recall = kRecallTarget, gain.precision = 0.5;
+    gain.precisionWithoutRule = kPrecisionTarget;
     MapScore untypical = gain;
     untypical.step = "dm-untypical", untypical.precisionWithoutRule = 0.89;
     smallScores.maps = {gain, untypical};

@@ -24,7 +24,9 @@ ClusterScore ScoreClusters(const GroundTruth& truth, const CalibrationClustersPa
             const ROI& box = truth.offsetChanges[c].box;
             const bool upper = box.top + box.height - 1 < middle;
             if (upper != (place.y < middle)) continue;
-            if (place.x < box.left - kColumnTolerance || place.x > box.left + box.width - 1 + kColumnTolerance) continue;
+            const int firstColumn = box.left - kColumnTolerance;
+            const int lastColumn = box.left + box.width - 1 + kColumnTolerance;
+            if (place.x < firstColumn || place.x > lastColumn) continue;
             const int edge = upper ? box.top : box.top + box.height - 1;
             const int error = std::abs(place.y - edge);
             if (error > kRowTolerance) continue;

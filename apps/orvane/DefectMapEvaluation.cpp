@@ -20,7 +20,8 @@ std::vector<DefectKind> Targets(const std::string& step) {
 }
 
 bool IsRowRun(unsigned char kind) {
-    return kind == static_cast<unsigned char>(DefectKind::Line) || kind == static_cast<unsigned char>(DefectKind::PartialLine);
+    return kind == static_cast<unsigned char>(DefectKind::Line) ||
+           kind == static_cast<unsigned char>(DefectKind::PartialLine);
 }
 
 bool IsColumnRun(unsigned char kind) {
@@ -32,12 +33,14 @@ bool IsColumnRun(unsigned char kind) {
 
 std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vector<DefectMapOutput>& maps) {
     const int width = truth.width, height = truth.height;
+    const std::size_t stride = static_cast<std::size_t>(width);
     const unsigned char* kinds = truth.defects->GetData();
     std::vector<char> runRow(static_cast<std::size_t>(height), 0), runColumn(static_cast<std::size_t>(width), 0);
     std::vector<char> echoRow(static_cast<std::size_t>(height), 0);
     for (int y = 0; y < height; ++y) {
+        const unsigned char* row = kinds + static_cast<std::size_t>(y) * stride;
         for (int x = 0; x < width; ++x) {
-            const unsigned char kind = kinds[static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)];
+            const unsigned char kind = row[x];
             runRow[static_cast<std::size_t>(y)] |= IsRowRun(kind);
             runColumn[static_cast<std::size_t>(x)] |= IsColumnRun(kind);
         }
@@ -53,7 +56,8 @@ std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vecto
         score.step = output.step;
         score.targets = Targets(output.step);
         if (output.step == "dm-auto") {
-            const auto gain = std::find_if(scores.begin(), scores.end(), [](const MapScore& s) { return s.step == "dm-gain"; });
+            const auto gain =
+                std::find_if(scores.begin(), scores.end(), [](const MapScore& s) { return s.step == "dm-gain"; });
             if (gain != scores.end()) {
                 score.targets = gain->targets;
             } else if (!scores.empty()) {
@@ -67,7 +71,7 @@ std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vecto
         for (int y = 0; y < height; ++y) {
             const bool rowInArea = y >= area.top && y < area.top + area.height;
             for (int x = 0; x < width; ++x) {
-                const std::size_t p = static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x);
+                const std::size_t p = static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(x);
                 const bool flagged = map[p] != 0;
                 if (rowInArea && x >= area.left && x < area.left + area.width && target[kinds[p]]) {
                     ++score.planted;
@@ -83,7 +87,9 @@ std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vecto
             }
         }
         if (score.planted > 0) score.recall = static_cast<double>(score.found) / static_cast<double>(score.planted);
-        if (score.flagged > 0) score.precision = static_cast<double>(score.flaggedPlanted) / static_cast<double>(score.flagged);
+        if (score.flagged > 0) {
+            score.precision = static_cast<double>(score.flaggedPlanted) / static_cast<double>(score.flagged);
+        }
         if (score.flagged > score.flaggedByRule) {
             score.precisionWithoutRule =
                 static_cast<double>(score.flaggedPlanted) / static_cast<double>(score.flagged - score.flaggedByRule);

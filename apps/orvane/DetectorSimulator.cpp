@@ -8,8 +8,9 @@
 // times a per-pixel spread of 2 %, 1..4 % for dead and cluster pixels, 30..42 % for
 // weak pixels, 50 % for defective rows and columns, which also saturate 15 times
 // faster than the ~3 % loss (a) of a normal pixel at 32000. Flickering pixels read
-// 12000 more in the last flat of each dose. An echo row adds 3 % of the signal of the row above. Local offset
-// changes of 20..160 counts stand in the last third of the darks.
+// 12000 more in the last flat of each dose. An echo row adds 3 % of the signal of the
+// row above. Local offset changes of 20..160 counts stand in the last third of the
+// darks.
 #include "apps/orvane/DetectorSimulator.h"
 
 #include "apps/orvane/FrameSeries.h"
@@ -522,17 +523,19 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
     const float* curve = curvature.data();
     unsigned short* out = image->GetData();
     // Flickering pixels flare up in the last frame of each dose.
-    const bool flare = signal > 0.0f && (acquisition - options.darkFrames) % options.framesPerDose == options.framesPerDose - 1;
+    const bool flare =
+        signal > 0.0f && (acquisition - options.darkFrames) % options.framesPerDose == options.framesPerDose - 1;
     // The offset changes stand in the last third of the darks only.
-    const float growth = acquisition >= options.darkFrames * 2 / 3 && acquisition < options.darkFrames ? 1.0f : 0.0f;
+    const bool changed = acquisition >= options.darkFrames * 2 / 3 && acquisition < options.darkFrames;
     const auto change = [&](int x, int y) {
         float sum = 0.0f;
+        if (!changed) return sum;
         for (const OffsetChange& c : truth.offsetChanges) {
             if (x >= c.box.left && x < c.box.left + c.box.width && y >= c.box.top && y < c.box.top + c.box.height) {
                 sum += c.amplitude;
             }
         }
-        return growth * sum;
+        return sum;
     };
     // Whether pixel p renders as it was before its defect was planted.
     const auto clean = [defects, kinds](std::size_t p) { return !defects && kinds[p] != 0; };
@@ -583,7 +586,7 @@ ImagePtr<unsigned short> DetectorSimulator::Frame(int acquisition, float signal,
                 }
             }
             for (const OffsetChange& c : truth.offsetChanges) {
-                if (y < c.box.top || y >= c.box.top + c.box.height) continue;
+                if (!changed || y < c.box.top || y >= c.box.top + c.box.height) continue;
                 for (int x = c.box.left; x < c.box.left + c.box.width; ++x) full(row + static_cast<std::size_t>(x), x, y);
             }
         }

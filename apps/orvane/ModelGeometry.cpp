@@ -148,7 +148,8 @@ const std::vector<ModelGeometry>& KnownModels() {
 
 ROI Intersection(const ROI& a, const ROI& b) {
     const int top = std::max(a.top, b.top), left = std::max(a.left, b.left);
-    const int bottom = std::min(a.top + a.height, b.top + b.height), right = std::min(a.left + a.width, b.left + b.width);
+    const int bottom = std::min(a.top + a.height, b.top + b.height);
+    const int right = std::min(a.left + a.width, b.left + b.width);
     if (bottom <= top || right <= left) return ROI();
     return ROI(static_cast<unsigned short>(top), static_cast<unsigned short>(left),
                static_cast<unsigned short>(bottom - top), static_cast<unsigned short>(right - left));
@@ -157,12 +158,18 @@ ROI Intersection(const ROI& a, const ROI& b) {
 ROI AreaEveryMapMeasures(const ModelGeometry& model) {
     ROI area(0, 0, static_cast<unsigned short>(model.height), static_cast<unsigned short>(model.width));
     const std::string& key = model.key;
-    if (s_gainLinearParametersSet.HasOwnRow(key)) area = Intersection(area, RecordArea(s_gainLinearParametersSet.lookup(key)));
-    if (s_defectMapParametersSet.HasOwnRow(key)) area = Intersection(area, RecordArea(s_defectMapParametersSet.lookup(key)));
+    if (s_gainLinearParametersSet.HasOwnRow(key)) {
+        area = Intersection(area, RecordArea(s_gainLinearParametersSet.lookup(key)));
+    }
+    if (s_defectMapParametersSet.HasOwnRow(key)) {
+        area = Intersection(area, RecordArea(s_defectMapParametersSet.lookup(key)));
+    }
     if (s_defectMapGainParametersSet.HasOwnRow(key)) {
         area = Intersection(area, RecordArea(s_defectMapGainParametersSet.lookup(key)));
     }
-    if (s_DefectMapDarkParametersSet.HasOwnRow(key)) area = Intersection(area, s_DefectMapDarkParametersSet.lookup(key).Area);
+    if (s_DefectMapDarkParametersSet.HasOwnRow(key)) {
+        area = Intersection(area, s_DefectMapDarkParametersSet.lookup(key).Area);
+    }
     return area;
 }
 

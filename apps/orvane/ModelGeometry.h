@@ -32,7 +32,9 @@ ROI Intersection(const ROI& a, const ROI& b);
 // The measured area of a record given by its corner and size (X0, Y0, Width, Height).
 template <typename Record>
 ROI RecordArea(const Record& record) {
-    const auto clip = [](std::int32_t value) { return static_cast<unsigned short>(std::max(0, std::min(65535, value))); };
+    const auto clip = [](std::int32_t value) {
+        return static_cast<unsigned short>(std::max(0, std::min(65535, value)));
+    };
     return ROI(clip(record.Y0), clip(record.X0), clip(record.Height), clip(record.Width));
 }
 

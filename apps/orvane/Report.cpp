@@ -523,8 +523,11 @@ std::string JsonMaps(const std::vector<MapScore>& maps) {
     for (std::size_t i = 0; i < maps.size(); ++i) {
         const MapScore& m = maps[i];
         json << (i ? ",\n" : "\n") << "      {\"step\": " << JsonString(m.step) << ", \"kinds\": [";
-        for (std::size_t k = 0; k < m.targets.size(); ++k) json << (k ? ", " : "") << JsonString(DefectKindName(m.targets[k]));
-        json << "], \"planted\": " << m.planted << ", \"found\": " << m.found << ", \"recall\": " << JsonNumber(m.recall)
+        for (std::size_t k = 0; k < m.targets.size(); ++k) {
+            json << (k ? ", " : "") << JsonString(DefectKindName(m.targets[k]));
+        }
+        json << "], \"planted\": " << m.planted << ", \"found\": " << m.found
+             << ", \"recall\": " << JsonNumber(m.recall)
              << ", \"flagged\": " << m.flagged << ", \"flaggedPlanted\": " << m.flaggedPlanted
              << ", \"flaggedByRule\": " << m.flaggedByRule << ", \"precision\": " << JsonNumber(m.precision)
              << ", \"precisionWithoutRule\": " << JsonNumber(m.precisionWithoutRule) << "}";
@@ -628,12 +631,14 @@ ReportPanel WriteReport(const std::string& dir, const std::string& model, const 
         body += own;
     } else {
         body += "<h2 class=\"panel\">Panel " + Html(model) + "</h2>\n" + own;
-        for (const ReportPanel& panel : embedded) body += "<h2 class=\"panel\">Panel " + Html(panel.model) + "</h2>\n" + panel.sections;
+        for (const ReportPanel& panel : embedded) {
+            body += "<h2 class=\"panel\">Panel " + Html(panel.model) + "</h2>\n" + panel.sections;
+        }
     }
     WriteTextFile((fs::path(dir) / "report.html").string(), HtmlPage(title, body));
-    return {model,
-            PanelSections(outputs, InFolder(pictures, folder), evaluation, correction, InFolder(correctionPictures, folder)),
-            verdicts};
+    const std::string embeddable = PanelSections(outputs, InFolder(pictures, folder), evaluation, correction,
+                                                 InFolder(correctionPictures, folder));
+    return {model, embeddable, verdicts};
 }
 
 }  // namespace app
