@@ -90,6 +90,7 @@ bool HasRowsIn(const CalibrationRequest& request) {
     return set.HasOwnRow(request.model);
 }
 
+// The untypical map also runs on the request's own row.
 bool HasUntypicalRow(const CalibrationRequest& request) {
     return request.untypicalRow != nullptr || s_DefectMapUntypicalParametersSet.HasOwnRow(request.model);
 }

@@ -92,6 +92,8 @@ CalibrationOutputs RunCalibrations(const CalibrationRequest& request, const Fram
 // - The time grid splits the darks into up to three series; an entry's delta time is
 //   the "image.time" distance / 60 from the first dark to the series' first frame.
 // - The linear gain is measured with an empty defect map (none exists yet).
+// - dm-untypical reads the model's table row, or request.untypicalRow when the table
+//   has none for the model.
 // - dm6 takes the raw darks as its first dose (hot pixels), then the flat doses whose
 //   mean stays below the record's ClipMax (a clipped dose is flat and breaks the
 //   statistic).
