@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -238,6 +239,36 @@ TEST(ScoringTest, TheReportLeadsWithALinePerCalibrationAndTakesInTheSmallPanel) 
     EXPECT_TRUE(Contains(html, "Panel Willow.*.m12") && Contains(html, "src=\"small/defect-map.png\"") &&
                 Contains(html, "Birch and Willow.*.m12"));
     EXPECT_LT(html.find("Summary"), html.find("Panel Birch"));
+}
+
+// A polynomial gain is scored on what each pixel is expected to read: one that is
+// exact at dose 2 leaves nothing there and grows off it, by the response's loss.
+TEST(ScoringTest, PolynomialGainsAreScoredOnTheExpectedSignalOfEachDose) {
+    const DetectorSimulator simulator(SimulationOptions{"Rowan", 96, 80, 7, 3, 3, 2});
+    const ImagePtr<float> expected = simulator.ExpectedSignal(2);
+    auto exact = boost::make_shared<ReferenceGainPoly>(96, 80, 3);
+    auto first = boost::make_shared<ImageAcquisition<float>>(96, 80);
+    // Planted pixels, which the score leaves out, get 0: their extreme factors would
+    // coarsen the codes of all.
+    const unsigned char* kinds = simulator.Truth().defects->GetData();
+    for (int p = 0; p < 96 * 80; ++p) first->GetData()[p] = kinds[p] ? 0.0f : 1000.0f / expected->GetData()[p];
+    exact->CompressImage(first, 0, exact->GetGainPoly()[0]);
+    const auto zero = boost::make_shared<ImageAcquisition<float>>(96, 80);
+    for (int k : {1, 2}) exact->CompressImage(zero, k, exact->GetGainPoly()[static_cast<std::size_t>(k)]);
+
+    CalibrationOutputs outputs;
+    outputs.polyGainDenoised = exact;
+    const std::vector<GainPolyScore> scores = ScoreGainPolys(simulator, outputs, ROI(8, 8, 64, 80));
+    ASSERT_EQ(scores.size(), 1u);
+    EXPECT_EQ(scores[0].step, "gain-poly-denoised");
+    const std::vector<double>& errors = scores[0].doseErrors;
+    ASSERT_EQ(errors.size(), 3u);
+    EXPECT_LT(errors[1], 1e-4) << "only the codes' rounding is left";
+    EXPECT_GT(errors[0], 10 * errors[1]);
+    EXPECT_GT(errors[2], 10 * errors[1]);
+    EXPECT_LT(std::max(errors[0], errors[2]), 0.01);
+    EXPECT_EQ(scores[0].worst, *std::max_element(errors.begin(), errors.end()));
+    EXPECT_THROW(simulator.ExpectedSignal(4), std::out_of_range);
 }
 
 }  // namespace

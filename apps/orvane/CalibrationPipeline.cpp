@@ -190,6 +190,8 @@ private:
     boost::shared_ptr<ReferenceDM> mergedMap;
     boost::shared_ptr<ReferenceClusters> clustersStore;
     boost::shared_ptr<ReferenceEcholine> echoStore;
+    boost::shared_ptr<ReferenceGainPoly> polyStore;
+    boost::shared_ptr<ReferenceGainPoly> polyDenoisedStore;
     ImagePtr<float> flatBefore;
     ImagePtr<float> flatAfter;
 };
@@ -688,6 +690,7 @@ std::string Pipeline::GainPoly(StepReport& report, bool denoised) {
     calibration.Clear();
     store->SetValid(true);
     SaveStore(*store, name, report);
+    (denoised ? polyDenoisedStore : polyStore) = store;
     std::string scales;
     for (int k = 0; k < store->GetGainPolyCoeff(); ++k) {
         scales += (k == 0 ? "" : ", ") + Figure(store->GetScale(k));
@@ -734,6 +737,8 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     for (const MadeMap& made : madeMaps) {
         outputs.maps.push_back({made.step, CopyImage<unsigned char>(*made.store->GetDM()), made.area});
     }
+    outputs.polyGain = polyStore;
+    outputs.polyGainDenoised = polyDenoisedStore;
     if (echoStore) {
         outputs.singleEchoLines = echoStore->singleLines;
         outputs.doubleEchoLines = echoStore->doubleLines;

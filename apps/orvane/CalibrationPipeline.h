@@ -5,6 +5,7 @@
 #include "apps/orvane/FrameSeries.h"
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
+#include "interfaces/ReferenceGainPoly.h"
 #include "parameters/DefectMapUntypicalParameters.h"
 
 #include <set>
@@ -63,6 +64,8 @@ struct CalibrationOutputs {
     std::set<int> singleEchoLines;     // the echo-line store's sets (empty when it did not run)
     std::set<int> doubleEchoLines;
     std::vector<ClusterPlace> clusterPlaces;  // where each stored cluster was found, in store order
+    boost::shared_ptr<ReferenceGainPoly> polyGain;          // the stores of the polynomial gains (null when
+    boost::shared_ptr<ReferenceGainPoly> polyGainDenoised;  // not made)
 };
 
 // The step names, in the order the library requires them to run:

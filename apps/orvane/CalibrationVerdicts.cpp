@@ -43,6 +43,15 @@ bool Judge(const std::string& step, const CalibrationOutputs& outputs, const Eva
         pass = Meets(e.clusters.recall, e.clusters.precision) && e.clusters.weakFound == 0;
         return true;
     }
+    const auto poly = std::find_if(e.gainPolys.begin(), e.gainPolys.end(),
+                                   [&step](const GainPolyScore& p) { return p.step == step; });
+    if (poly != e.gainPolys.end()) {
+        figure = "error at each dose";
+        for (double error : poly->doseErrors) figure += Format(" %.3f %%", 100.0 * error);
+        figure += " of the expected signal";
+        pass = std::isfinite(poly->worst) && poly->worst <= kGainErrorTarget;
+        return true;
+    }
     if (step == "gain-linear" && std::isfinite(e.gainError)) {
         const double flattening = outputs.nonUniformityBefore / outputs.nonUniformityAfter;
         figure = Format("gain error %.3f %%, flat non-uniformity %.3f %% to %.3f %%", 100.0 * e.gainError,

@@ -23,7 +23,8 @@ struct CalibrationVerdict {
 // Targets against the truth: a recall of at least 0.95, and a precision of at least
 // 0.9 for the echo lines, the clusters and each defect map (without the pixels the
 // flagging rules add); a linear gain within 1 % of the truth that lowers the flat's
-// non-uniformity at least fivefold.
+// non-uniformity at least fivefold; a polynomial gain that leaves at most 1 % of the
+// expected signal's spread at every dose.
 constexpr double kRecallTarget = 0.95;
 constexpr double kPrecisionTarget = 0.9;
 constexpr double kGainErrorTarget = 0.01;

@@ -490,6 +490,30 @@ ImagePtr<unsigned short> DetectorSimulator::FlatWithoutDefects(int dose, int ind
     return FlatFrame(dose, index, false);
 }
 
+ImagePtr<float> DetectorSimulator::ExpectedSignal(int dose) const {
+    if (dose < 1 || dose > options.doses) throw std::out_of_range("no dose " + std::to_string(dose));
+    const int width = options.width, height = options.height;
+    auto image = boost::make_shared<ImageAcquisition<float>>(width, height);
+    const float signal = doseSignals[static_cast<std::size_t>(dose - 1)];
+    const float* r = response.data();
+    const float* curve = curvature.data();
+    float* out = image->GetData();
+    const auto lit = [&](std::size_t p) {
+        const float s = signal * r[p];
+        return s * (1.0f - curve[p] * s);
+    };
+    orvane::ParallelFor(height, 32, [&](int firstRow, int endRow) {
+        for (int y = firstRow; y < endRow; ++y) {
+            const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
+            const bool echo = echoRows[static_cast<std::size_t>(y)] != 0;
+            for (std::size_t p = row; p < row + static_cast<std::size_t>(width); ++p) {
+                out[p] = lit(p) + (echo ? kEcho * lit(p - static_cast<std::size_t>(width)) : 0.0f);
+            }
+        }
+    });
+    return image;
+}
+
 ImagePtr<unsigned short> DetectorSimulator::DarkFrame(int index, bool defects) const {
     if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
     return Frame(index, 0.0f, defects);

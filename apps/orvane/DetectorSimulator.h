@@ -49,6 +49,10 @@ public:
     // was planted. What a defective pixel would have read, to judge its replacement.
     ImagePtr<unsigned short> DarkWithoutDefects(int index) const;
     ImagePtr<unsigned short> FlatWithoutDefects(int dose, int index) const;
+    // What each pixel reads above its dark level at `dose` (1..doses), without noise:
+    // its response less its quadratic loss, the echo of the row above included. What
+    // a gain fitted to the panel's response is to make flat.
+    ImagePtr<float> ExpectedSignal(int dose) const;
 
 private:
     // Dark frame `index` or flat `index` of `dose`, checked (std::out_of_range).

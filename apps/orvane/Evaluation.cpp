@@ -145,7 +145,7 @@ double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition
     return mean != 0.0f ? static_cast<double>(sigma) / mean : kNaN;
 }
 
-Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs) {
+Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs, const DetectorSimulator* simulator) {
     if (!truth.defects) {
         throw std::invalid_argument("evaluation: the truth has no defect map");
     }
@@ -221,6 +221,10 @@ Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs)
             ScoreClusters(truth, s_clustersCalibrationParametersSet.lookup(truth.model), outputs.clusterPlaces);
     }
 
+    if (simulator && (outputs.polyGain || outputs.polyGainDenoised)) {  // they need the linear gain's row
+        result.gainPolys =
+            ScoreGainPolys(*simulator, outputs, GainArea(s_gainLinearParametersSet.lookup(truth.model), width, height));
+    }
     // A gain exists only when its step ran: the model has a row then.
     result.gainError = outputs.gain && truth.gain
                            ? GainError(outputs.gain->GetData(), truth.gain->GetData(), kinds, width,
@@ -250,6 +254,14 @@ void PrintEvaluation(std::ostream& out, const Evaluation& evaluation) {
         std::snprintf(ratio, sizeof ratio, "  (%.1fx lower)", factor);
     }
     PrintPercent(out, "non-uniformity after", evaluation.nonUniformityAfter, ratio);
+    for (const GainPolyScore& poly : evaluation.gainPolys) {
+        out << '\n' << poly.step << ": error at each dose";
+        for (double error : poly.doseErrors) {
+            std::snprintf(line, sizeof line, " %.3f %%", 100.0 * error);
+            out << line;
+        }
+        out << '\n';
+    }
     if (!evaluation.maps.empty()) {
         out << '\n';
         std::snprintf(line, sizeof line, "%-14s %-28s %8s %8s %8s %9s %9s\n", "defect map", "kinds it is to find",

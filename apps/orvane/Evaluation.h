@@ -5,6 +5,7 @@
 #include "apps/orvane/ClusterEvaluation.h"
 #include "apps/orvane/DefectMapEvaluation.h"
 #include "apps/orvane/EchoLineEvaluation.h"
+#include "apps/orvane/GainPolyEvaluation.h"
 #include "apps/orvane/GroundTruth.h"
 #include "interfaces/ReferenceGainLinear.h"
 #include "parameters/GainLinearParameters.h"
@@ -37,6 +38,7 @@ struct Evaluation {
     EchoLineScore echoLines;
     bool clustersRan = false;
     ClusterScore clusters;
+    std::vector<GainPolyScore> gainPolys;  // each polynomial gain made, when scored against a simulator
 };
 
 // The flat that judges the linear gain: the mean of frames the gain was not measured
@@ -63,8 +65,10 @@ double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition
                      const ImageAcquisition<unsigned char>* defects, const GainLinearParameters& record);
 
 // Compares a run with the truth it was simulated from; the echo lines and clusters
-// when their steps ran, under the parameter rows of the truth's model.
-Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs);
+// when their steps ran, under the parameter rows of the truth's model; the polynomial
+// gains, over the linear gain's area, when the `simulator` is given.
+Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs,
+                    const DetectorSimulator* simulator = nullptr);
 
 // The figures as a plain-text table.
 void PrintEvaluation(std::ostream& out, const Evaluation& evaluation);

@@ -339,6 +339,21 @@ std::string EchoLineSection(const EchoLineScore& e) {
     return html.str();
 }
 
+std::string GainPolySection(const std::vector<GainPolyScore>& polys) {
+    std::ostringstream html;
+    html << "<h3>Polynomial gains</h3>\n<table>\n<tr><th>gain</th>";
+    for (std::size_t d = 0; d < polys.front().doseErrors.size(); ++d) html << "<th>dose " << d + 1 << "</th>";
+    html << "</tr>\n";
+    for (const GainPolyScore& poly : polys) {
+        html << "<tr><td>" << Html(poly.step) << "</td>";
+        for (double error : poly.doseErrors) html << "<td class=\"num\">" << Percent(error) << "</td>";
+        html << "</tr>\n";
+    }
+    html << "</table>\n<p>Mean |corrected / its mean - 1| of the signal each pixel is expected to read at the "
+            "dose (noise-free, the planted pixels left out), corrected by the gain.</p>\n";
+    return html.str();
+}
+
 std::string ClusterSection(const ClusterScore& c) {
     std::ostringstream html;
     html << "<h3>Clusters</h3>\n<table>\n<tr><th>recall</th><td class=\"num\">" << Fixed3(c.recall) << " ("
@@ -435,6 +450,7 @@ std::string PanelSections(const CalibrationOutputs& outputs, const std::vector<P
         if (!evaluation->maps.empty()) html << MapSection(evaluation->maps);
         if (evaluation->echoLinesRan) html << EchoLineSection(evaluation->echoLines);
         if (evaluation->clustersRan) html << ClusterSection(evaluation->clusters);
+        if (!evaluation->gainPolys.empty()) html << GainPolySection(evaluation->gainPolys);
     }
     if (correction) {
         html << CorrectionSection(*correction, correctionPictures);
@@ -595,6 +611,16 @@ std::string JsonSummary(const std::string& model, const CalibrationOutputs& outp
         json << JsonMaps(evaluation->maps);
         if (evaluation->echoLinesRan) json << JsonEchoLines(evaluation->echoLines);
         if (evaluation->clustersRan) json << JsonClusters(evaluation->clusters);
+        json << ",\n    \"gainPolys\": [";
+        for (std::size_t i = 0; i < evaluation->gainPolys.size(); ++i) {
+            const GainPolyScore& poly = evaluation->gainPolys[i];
+            json << (i ? ", " : "") << "{\"step\": " << JsonString(poly.step) << ", \"doseErrors\": [";
+            for (std::size_t d = 0; d < poly.doseErrors.size(); ++d) {
+                json << (d ? ", " : "") << JsonNumber(poly.doseErrors[d]);
+            }
+            json << "], \"worst\": " << JsonNumber(poly.worst) << "}";
+        }
+        json << "]";
         json << "\n  }";
     }
     if (correction) {

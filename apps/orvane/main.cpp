@@ -289,7 +289,7 @@ CalibrationOutputs CalibrateInto(const std::string& model, const std::string& in
         ExportReferences(folder.Path(), outputs, run.format);
     }
     if (check) {
-        check->evaluation = Evaluate(*check->truth, outputs);
+        check->evaluation = Evaluate(*check->truth, outputs, check->simulator);
         check->correction = CheckCorrection(folder.Path(), model, series, *check->simulator, progress);
     }
     progress.Stage("report");
