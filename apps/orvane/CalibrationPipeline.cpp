@@ -381,11 +381,8 @@ void Pipeline::AddDefectStore(const std::string& name, const boost::shared_ptr<R
 
 // `area` clipped to the frame.
 ROI Pipeline::MeasuredArea(const ROI& area) const {
-    const int top = std::min<int>(area.top, series.height), left = std::min<int>(area.left, series.width);
-    const int bottom = std::min(series.height, area.top + area.height);
-    const int right = std::min(series.width, area.left + area.width);
-    return ROI(static_cast<unsigned short>(top), static_cast<unsigned short>(left),
-               static_cast<unsigned short>(bottom - top), static_cast<unsigned short>(right - left));
+    return Intersection(area, ROI(0, 0, static_cast<unsigned short>(series.height),
+                                  static_cast<unsigned short>(series.width)));
 }
 
 // The rounded mean of every dark frame.

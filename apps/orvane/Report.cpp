@@ -292,12 +292,15 @@ std::string CorrectionSection(const CorrectionFigures& figures, const std::vecto
     return html.str();
 }
 
-// The lines of a set, "none" when empty.
-std::string LineList(const std::set<int>& lines) {
+// The numbers of a set, comma-separated.
+std::string NumberList(const std::set<int>& numbers) {
     std::string text;
-    for (int line : lines) text += (text.empty() ? "" : ", ") + std::to_string(line);
-    return text.empty() ? "none" : text;
+    for (int number : numbers) text += (text.empty() ? "" : ", ") + std::to_string(number);
+    return text;
 }
+
+// The lines of a set, "none" when empty.
+std::string LineList(const std::set<int>& lines) { return lines.empty() ? "none" : NumberList(lines); }
 
 std::string TargetList(const std::vector<DefectKind>& targets) {
     std::string text;
@@ -527,11 +530,7 @@ std::string JsonCorrection(const CorrectionFigures& figures) {
     return json.str();
 }
 
-std::string JsonLines(const std::set<int>& lines) {
-    std::string text;
-    for (int line : lines) text += (text.empty() ? "" : ", ") + std::to_string(line);
-    return "[" + text + "]";
-}
+std::string JsonLines(const std::set<int>& lines) { return "[" + NumberList(lines) + "]"; }
 
 std::string JsonMaps(const std::vector<MapScore>& maps) {
     std::ostringstream json;
