@@ -5,6 +5,7 @@
 
 #include "OrvaneCalibration.h"
 #include "apps/orvane/CalibrationPipeline.h"
+#include "apps/orvane/CalibrationVerdicts.h"
 #include "apps/orvane/DemoPanels.h"
 #include "apps/orvane/DetectorSimulator.h"
 #include "apps/orvane/Evaluation.h"
@@ -77,6 +78,55 @@ TEST(ScoringTest, ClustersOfThePlantedOffsetChangesAreFoundAndPlacesOffTheirEdge
     for (ClusterPlace& place : mirrored) place.y = truth.height - 1 - place.y;
     EXPECT_EQ(0, ScoreClusters(truth, record, mirrored).placesOnChanges);
     EXPECT_EQ(1.0, ScoreClusters(truth, record, {}).precision) << "no place is no false place";
+}
+
+TEST(ScoringTest, OffsetsMeetTheTrueDarkLevelWithinTheirNoiseAndAShiftedOffsetShows) {
+    ScratchDirectory scratch;
+    std::ostringstream log;
+    Progress progress(log, false, true);
+    const DetectorSimulator simulator(kPanel);
+    WriteSimulatedSeries(simulator, "frames", progress);
+    fs::create_directory("out");
+    CalibrationOutputs outputs =
+        RunCalibrations({"Birch", "out", {"offset-dynamic", "offset-time-grid"}, {}}, ScanFrames("frames"), progress);
+    const Evaluation evaluation = Evaluate(simulator.Truth(), outputs, &simulator);
+
+    // The dynamic offset, then the blend halfway between each pair of the three entries.
+    ASSERT_EQ(3u, evaluation.offsets.size());
+    EXPECT_EQ("offset-dynamic", evaluation.offsets[0].step);
+    for (const OffsetMatch& match : evaluation.offsets) {
+        EXPECT_LE(std::fabs(match.bias), 0.3) << match.step << ' ' << match.state;
+        EXPECT_GT(match.error, 0.97 * match.noiseFloor) << match.step << ' ' << match.state;
+        EXPECT_LT(match.error, 1.03 * match.noiseFloor) << match.step << ' ' << match.state;
+    }
+    // A blend of two entries of three frames each is quieter than either entry.
+    const double noise = DetectorSimulator::ReadNoise();
+    const double entryFloor = std::sqrt(2.0 / M_PI * ((noise * noise + 1.0 / 12.0) / 3.0 + 1.0 / 12.0));
+    EXPECT_LT(evaluation.offsets[1].error, 0.8 * entryFloor);
+    const auto verdictOf = [&outputs](const Evaluation& e, const std::string& step) {
+        for (const CalibrationVerdict& v : JudgeCalibrations("Birch", outputs, &e)) {
+            if (v.step == step) return v.verdict;
+        }
+        return std::string("none");
+    };
+    EXPECT_EQ("pass", verdictOf(evaluation, "offset-dynamic"));
+    EXPECT_EQ("pass", verdictOf(evaluation, "offset-time-grid"));
+
+    // Three counts more on the middle entry: both blends lean by half of it.
+    Evaluation shifted = evaluation;
+    const ImagePtr<unsigned short> middle = outputs.offsetGrid->GetAt(1);
+    for (int i = 0; i < middle->GetPixelCount(); ++i) middle->GetData()[i] += 3;
+    // The dynamic offset one column off: the fixed pattern no longer lines up.
+    float* offset = outputs.offset->GetData();
+    std::rotate(offset, offset + 1, offset + outputs.offset->GetPixelCount());
+    shifted.offsets = ScoreOffsets(simulator, outputs);
+    ASSERT_EQ(3u, shifted.offsets.size());
+    EXPECT_GT(shifted.offsets[0].error, 10.0 * evaluation.offsets[0].error);
+    for (std::size_t i = 1; i < 3; ++i) {
+        EXPECT_NEAR(evaluation.offsets[i].bias + 1.5, shifted.offsets[i].bias, 0.01) << shifted.offsets[i].state;
+    }
+    EXPECT_EQ("attention", verdictOf(shifted, "offset-dynamic"));
+    EXPECT_EQ("attention", verdictOf(shifted, "offset-time-grid"));
 }
 
 TEST(ScoringTest, EchoRunsInBothHalvesAreNumberedAndPairedAsTheStepNumbersThem) {
@@ -168,7 +218,16 @@ TEST(ScoringTest, EachDefectMapOfTheSmallPanelFindsTheKindItIsThereFor) {
         EXPECT_GE(map.precisionWithoutRule, 0.9) << map.step;
         EXPECT_LE(map.precision, map.precisionWithoutRule) << map.step;
     }
-    EXPECT_EQ(steps, (std::set<std::string>{"dm6", "dm-gain", "dm-dark", "dm-untypical"}));
+    EXPECT_EQ(steps, (std::set<std::string>{"dm6", "dm-gain", "dm-dark", "dm-untypical", "dm-merge"}));
+    // The merge is scored on every kind of the four, and loses no flagged pixel.
+    ASSERT_EQ("dm-merge", evaluation.maps.back().step);
+    EXPECT_EQ(static_cast<std::size_t>(kDefectKindCount - 1), evaluation.maps.back().targets.size());
+    const unsigned char* merged = outputs.maps.back().map->GetData();
+    for (const DefectMapOutput& map : outputs.maps) {
+        long lost = 0;
+        for (int p = 0; p < truth.width * truth.height; ++p) lost += map.map->GetData()[p] != 0 && merged[p] == 0;
+        EXPECT_EQ(0, lost) << map.step;
+    }
 
     // Found per map and kind: each map's own kind, which no other map finds.
     std::map<std::string, std::vector<long>> found;

@@ -152,6 +152,7 @@ private:
     // Adds a map the step `name` made, which measured `area`.
     void AddDefectStore(const std::string& name, const boost::shared_ptr<ReferenceDM>& store, const ROI& area);
     ROI MeasuredArea(const ROI& area) const;
+    ROI FrameArea() const;
 
     std::string OffsetDynamic(StepReport& report);
     std::string OffsetTimeGrid(StepReport& report);
@@ -176,7 +177,9 @@ private:
     std::vector<StepReport> reports;  // one per step run so far, in the order of Steps()
 
     boost::shared_ptr<ReferenceOffsetSimple> offsetStore;
+    int offsetFrames = 0;
     boost::shared_ptr<ReferenceOffsetTimeGrid> gridStore;
+    std::vector<int> gridEntryFrames;  // frames of each grid entry
     boost::shared_ptr<ReferenceGainLinear> gainStore;
     boost::shared_ptr<ReferenceDM> gainDefectStore;  // dm-gain, which dm-auto extends
     // Defect maps made so far, by step name; dm-auto replaces dm-gain (it holds it).
@@ -379,11 +382,12 @@ void Pipeline::AddDefectStore(const std::string& name, const boost::shared_ptr<R
     madeMaps.push_back({name, store, MeasuredArea(area)});
 }
 
-// `area` clipped to the frame.
-ROI Pipeline::MeasuredArea(const ROI& area) const {
-    return Intersection(area, ROI(0, 0, static_cast<unsigned short>(series.height),
-                                  static_cast<unsigned short>(series.width)));
+ROI Pipeline::FrameArea() const {
+    return ROI(0, 0, static_cast<unsigned short>(series.height), static_cast<unsigned short>(series.width));
 }
+
+// `area` clipped to the frame.
+ROI Pipeline::MeasuredArea(const ROI& area) const { return Intersection(area, FrameArea()); }
 
 // The rounded mean of every dark frame.
 std::string Pipeline::OffsetDynamic(StepReport& report) {
@@ -404,6 +408,7 @@ std::string Pipeline::OffsetDynamic(StepReport& report) {
     store->SetValid(true);
     SaveStore(*store, "offset-dynamic", report);
     offsetStore = store;
+    offsetFrames = total;
 
     return "mean offset " + Figure(MeanLevel(*store->GetOffset())) + " from " + std::to_string(total) +
            " dark frames";
@@ -448,6 +453,7 @@ std::string Pipeline::OffsetTimeGrid(StepReport& report) {
             progress.Step(i + 1, total);
         }
         calibration.DivideAccumulationAndUpdate(deltaTimes[g]);
+        gridEntryFrames.push_back(end - firsts[g]);
     }
     calibration.InitOffsetStandBy();
     calibration.Clear();
@@ -660,6 +666,7 @@ std::string Pipeline::Merge(StepReport& report) {
     store->SetValid(true);
     SaveStore(*store, "defect-map", report);
     mergedMap = store;
+    madeMaps.push_back({"dm-merge", store, FrameArea()});
     return std::to_string(DefectCount(store)) + " defective pixels from " + names;
 }
 
@@ -727,7 +734,10 @@ void Pipeline::FillImages(CalibrationOutputs& outputs) const {
     const boost::shared_ptr<ReferenceDM> finalMap = FinalMap();
     if (offsetStore) {
         outputs.offset = CopyImage<float>(*offsetStore->GetOffset());
+        outputs.offsetFrames = offsetFrames;
     }
+    outputs.offsetGrid = gridStore;
+    outputs.gridEntryFrames = gridEntryFrames;
     if (finalMap) {
         outputs.defects = CopyImage<unsigned char>(*finalMap->GetDM());
     }

@@ -6,6 +6,7 @@
 #include "apps/orvane/Progress.h"
 #include "image/ImageAcquisition.h"
 #include "interfaces/ReferenceGainPoly.h"
+#include "interfaces/ReferenceOffsetTimeGrid.h"
 #include "parameters/DefectMapUntypicalParameters.h"
 
 #include <set>
@@ -54,6 +55,9 @@ struct DefectMapOutput {
 struct CalibrationOutputs {
     std::vector<StepReport> steps;     // every step of CalibrationStepNames(), in order
     ImagePtr<float> offset;            // dynamic offset, decompressed
+    int offsetFrames = 0;              // dark frames averaged into it
+    boost::shared_ptr<ReferenceOffsetTimeGrid> offsetGrid;  // the time grid's store (null when not made)
+    std::vector<int> gridEntryFrames;  // dark frames averaged into each of its entries, in grid order
     ImagePtr<float> gain;              // linear gain, decompressed (not inverted)
     ImagePtr<unsigned char> defects;   // the final defect map (merged when merged), 0 = good
     std::vector<DefectMapOutput> maps;  // every defect map made, in the order made

@@ -52,6 +52,21 @@ bool Judge(const std::string& step, const CalibrationOutputs& outputs, const Eva
         pass = std::isfinite(poly->worst) && poly->worst <= kGainErrorTarget;
         return true;
     }
+    std::string offsets;  // every state an offset of `step` was scored at
+    bool offsetsPass = true;
+    for (const OffsetMatch& match : e.offsets) {
+        if (match.step != step) continue;
+        offsets += (offsets.empty() ? "" : "; ") +
+                   Format("error %.2f counts (noise floor %.2f), bias %+.2f", match.error, match.noiseFloor, match.bias) +
+                   " at " + match.state;
+        offsetsPass = offsetsPass && std::fabs(match.bias) <= kOffsetBiasTarget &&
+                      match.error <= kOffsetNoiseTarget * match.noiseFloor;
+    }
+    if (!offsets.empty()) {
+        figure = offsets;
+        pass = offsetsPass;
+        return true;
+    }
     if (step == "gain-linear" && std::isfinite(e.gainError)) {
         const double flattening = outputs.nonUniformityBefore / outputs.nonUniformityAfter;
         figure = Format("gain error %.3f %%, flat non-uniformity %.3f %% to %.3f %%", 100.0 * e.gainError,

@@ -48,6 +48,9 @@ std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vecto
     for (int row : truth.echoLines) echoRow[static_cast<std::size_t>(row)] = 1;
 
     std::vector<MapScore> scores;
+    // Where each kind was scored first: the merge counts a kind there.
+    std::vector<ROI> firstArea(kDefectKindCount);
+    std::vector<char> scored(kDefectKindCount, 0);
     for (const DefectMapOutput& output : maps) {
         if (!output.map || output.map->GetWidth() != width || output.map->GetHeight() != height) {
             throw std::invalid_argument("evaluation: the map of " + output.step + " does not have the truth's size");
@@ -64,16 +67,31 @@ std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vecto
                 score.targets = scores.back().targets;
             }
         }
-        std::vector<char> target(kDefectKindCount, 0);
-        for (DefectKind kind : score.targets) target[static_cast<std::size_t>(kind)] = 1;
-        const ROI& area = output.area;
+        const bool merge = output.step == "dm-merge";
+        if (merge) {
+            for (int k = 1; k < kDefectKindCount; ++k) {
+                if (scored[static_cast<std::size_t>(k)]) score.targets.push_back(static_cast<DefectKind>(k));
+            }
+        }
+        // The area each target kind is counted in: the map's own, or for the merge the
+        // area of the map that looked for the kind first.
+        std::vector<const ROI*> areaOf(kDefectKindCount, nullptr);
+        for (DefectKind kind : score.targets) {
+            const auto k = static_cast<std::size_t>(kind);
+            areaOf[k] = merge ? &firstArea[k] : &output.area;
+            if (!merge && !scored[k]) {
+                firstArea[k] = output.area;
+                scored[k] = 1;
+            }
+        }
         const unsigned char* map = output.map->GetData();
         for (int y = 0; y < height; ++y) {
-            const bool rowInArea = y >= area.top && y < area.top + area.height;
             for (int x = 0; x < width; ++x) {
                 const std::size_t p = static_cast<std::size_t>(y) * stride + static_cast<std::size_t>(x);
                 const bool flagged = map[p] != 0;
-                if (rowInArea && x >= area.left && x < area.left + area.width && target[kinds[p]]) {
+                const ROI* area = areaOf[kinds[p]];
+                if (area && y >= area->top && y < area->top + area->height && x >= area->left &&
+                    x < area->left + area->width) {
                     ++score.planted;
                     score.found += flagged;
                 }

@@ -490,6 +490,31 @@ ImagePtr<unsigned short> DetectorSimulator::FlatWithoutDefects(int dose, int ind
     return FlatFrame(dose, index, false);
 }
 
+float DetectorSimulator::DarkTemperature(int index) const {
+    if (index < 0 || index >= options.darkFrames) throw std::out_of_range("no dark frame " + std::to_string(index));
+    return Temperature(index);
+}
+
+ImagePtr<float> DetectorSimulator::DarkLevel(float temperature) const {
+    auto image = boost::make_shared<ImageAcquisition<float>>(options.width, options.height);
+    const float drift = kCountsPerDegree * (temperature - Temperature(0));
+    const float hotGrowth = std::exp2((temperature - Temperature(0)) / kHotDoublingDegrees) - 1.0f;
+    const std::uint64_t defectKey = StreamKey(options.seed, kDefectStream);
+    const float* offset = truth.offset->GetData();
+    float* out = image->GetData();
+    for (std::size_t p = 0; p < static_cast<std::size_t>(image->GetPixelCount()); ++p) {
+        out[p] = offset[p] + drift;
+    }
+    for (std::size_t p : defectPixels) {
+        if (truth.defects->GetData()[p] == static_cast<unsigned char>(DefectKind::Hot)) {
+            out[p] += hotGrowth * HotExcess(defectKey, p);
+        }
+    }
+    return image;
+}
+
+float DetectorSimulator::ReadNoise() { return kReadNoiseSigma; }
+
 ImagePtr<float> DetectorSimulator::ExpectedSignal(int dose) const {
     if (dose < 1 || dose > options.doses) throw std::out_of_range("no dose " + std::to_string(dose));
     const int width = options.width, height = options.height;

@@ -53,6 +53,14 @@ public:
     // its response less its quadratic loss, the echo of the row above included. What
     // a gain fitted to the panel's response is to make flat.
     ImagePtr<float> ExpectedSignal(int dose) const;
+    // The temperature of dark frame `index` ("image.temperature" holds it to 0.01).
+    float DarkTemperature(int index) const;
+    // What a dark frame at `temperature` reads on average: each pixel's dark level with
+    // its drift and, on a hot pixel, its dark current; the local offset changes of the
+    // late darks left out. What an offset for that temperature is to match.
+    ImagePtr<float> DarkLevel(float temperature) const;
+    // The standard deviation of a dark frame's noise on a pixel without a defect.
+    static float ReadNoise();
 
 private:
     // Dark frame `index` or flat `index` of `dose`, checked (std::out_of_range).

@@ -221,6 +221,9 @@ Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs,
             ScoreClusters(truth, s_clustersCalibrationParametersSet.lookup(truth.model), outputs.clusterPlaces);
     }
 
+    if (simulator) {
+        result.offsets = ScoreOffsets(*simulator, outputs);
+    }
     if (simulator && (outputs.polyGain || outputs.polyGainDenoised)) {  // they need the linear gain's row
         result.gainPolys =
             ScoreGainPolys(*simulator, outputs, GainArea(s_gainLinearParametersSet.lookup(truth.model), width, height));
@@ -234,7 +237,7 @@ Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs,
 }
 
 void PrintEvaluation(std::ostream& out, const Evaluation& evaluation) {
-    char line[160];
+    char line[200];
     std::snprintf(line, sizeof line, "%-16s %10s %10s %8s\n", "defect kind", "planted", "found", "recall");
     out << line;
     for (const KindScore& score : evaluation.kinds) {
@@ -254,6 +257,13 @@ void PrintEvaluation(std::ostream& out, const Evaluation& evaluation) {
         std::snprintf(ratio, sizeof ratio, "  (%.1fx lower)", factor);
     }
     PrintPercent(out, "non-uniformity after", evaluation.nonUniformityAfter, ratio);
+    if (!evaluation.offsets.empty()) out << '\n';
+    for (const OffsetMatch& match : evaluation.offsets) {
+        std::snprintf(line, sizeof line, "%s at %.2f degrees, %s: error %.3f (noise floor %.3f), bias %+.3f counts\n",
+                      match.step.c_str(), static_cast<double>(match.temperature), match.state.c_str(), match.error,
+                      match.noiseFloor, match.bias);
+        out << line;
+    }
     for (const GainPolyScore& poly : evaluation.gainPolys) {
         out << '\n' << poly.step << ": error at each dose";
         for (double error : poly.doseErrors) {

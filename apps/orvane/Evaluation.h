@@ -7,6 +7,7 @@
 #include "apps/orvane/EchoLineEvaluation.h"
 #include "apps/orvane/GainPolyEvaluation.h"
 #include "apps/orvane/GroundTruth.h"
+#include "apps/orvane/OffsetEvaluation.h"
 #include "interfaces/ReferenceGainLinear.h"
 #include "parameters/GainLinearParameters.h"
 
@@ -39,6 +40,7 @@ struct Evaluation {
     bool clustersRan = false;
     ClusterScore clusters;
     std::vector<GainPolyScore> gainPolys;  // each polynomial gain made, when scored against a simulator
+    std::vector<OffsetMatch> offsets;      // each offset against the true dark level, likewise
 };
 
 // The flat that judges the linear gain: the mean of frames the gain was not measured
@@ -65,8 +67,8 @@ double NonUniformity(const ImageAcquisition<float>& flat, const ImageAcquisition
                      const ImageAcquisition<unsigned char>* defects, const GainLinearParameters& record);
 
 // Compares a run with the truth it was simulated from; the echo lines and clusters
-// when their steps ran, under the parameter rows of the truth's model; the polynomial
-// gains, over the linear gain's area, when the `simulator` is given.
+// when their steps ran, under the parameter rows of the truth's model; the offsets, and
+// the polynomial gains over the linear gain's area, when the `simulator` is given.
 Evaluation Evaluate(const GroundTruth& truth, const CalibrationOutputs& outputs,
                     const DetectorSimulator* simulator = nullptr);
 

@@ -357,6 +357,24 @@ std::string GainPolySection(const std::vector<GainPolyScore>& polys) {
     return html.str();
 }
 
+std::string OffsetSection(const std::vector<OffsetMatch>& matches) {
+    std::ostringstream html;
+    html << "<h3>Offsets</h3>\n<table>\n<tr><th>offset</th><th>state</th><th>temperature</th><th>error</th>"
+            "<th>noise floor</th><th>bias</th></tr>\n";
+    for (const OffsetMatch& match : matches) {
+        html << "<tr><td>" << Html(match.step) << "</td><td>" << Html(match.state) << "</td><td class=\"num\">"
+             << Printf("%.2f", static_cast<double>(match.temperature)) << "</td><td class=\"num\">"
+             << Printf("%.3f", match.error) << "</td><td class=\"num\">" << Printf("%.3f", match.noiseFloor)
+             << "</td><td class=\"num\">" << Printf("%+.3f", match.bias) << "</td></tr>\n";
+    }
+    html << "</table>\n<p>Each offset against the simulator's true dark level at the state, in counts, over the "
+            "pixels nothing was planted on outside the local offset changes: error is the mean |offset - truth|, "
+            "bias the mean (offset - truth). The noise floor is the mean |error| that the frames' read noise and "
+            "the roundings alone leave. The time grid's offset there is its blend of the two neighbouring "
+            "entries.</p>\n";
+    return html.str();
+}
+
 std::string ClusterSection(const ClusterScore& c) {
     std::ostringstream html;
     html << "<h3>Clusters</h3>\n<table>\n<tr><th>recall</th><td class=\"num\">" << Fixed3(c.recall) << " ("
@@ -389,7 +407,9 @@ std::string VerdictSection(const std::vector<CalibrationVerdict>& verdicts, bool
     html << "</table>\n<p>pass: the figure against the simulated truth meets its target (recall &ge; "
          << Printf("%.2f", kRecallTarget) << ", precision &ge; " << Printf("%.1f", kPrecisionTarget)
          << ", gain error &le; " << Printf("%.0f", 100.0 * kGainErrorTarget) << " % with a flat "
-         << Printf("%.0f", kFlatteningTarget) << " times flatter); attention: it does not, or the step failed; "
+         << Printf("%.0f", kFlatteningTarget) << " times flatter, an offset's bias within "
+         << Printf("%.0f", kOffsetBiasTarget) << " count and its error within "
+         << Printf("%.0f", 100.0 * (kOffsetNoiseTarget - 1.0)) << " % of the noise floor); attention: it does not, or the step failed; "
             "ran: no figure against the truth.</p>\n";
     return html.str();
 }
@@ -454,6 +474,7 @@ std::string PanelSections(const CalibrationOutputs& outputs, const std::vector<P
         if (evaluation->echoLinesRan) html << EchoLineSection(evaluation->echoLines);
         if (evaluation->clustersRan) html << ClusterSection(evaluation->clusters);
         if (!evaluation->gainPolys.empty()) html << GainPolySection(evaluation->gainPolys);
+        if (!evaluation->offsets.empty()) html << OffsetSection(evaluation->offsets);
     }
     if (correction) {
         html << CorrectionSection(*correction, correctionPictures);
@@ -619,7 +640,16 @@ std::string JsonSummary(const std::string& model, const CalibrationOutputs& outp
             }
             json << "], \"worst\": " << JsonNumber(poly.worst) << "}";
         }
-        json << "]";
+        json << "],\n    \"offsets\": [";
+        for (std::size_t i = 0; i < evaluation->offsets.size(); ++i) {
+            const OffsetMatch& match = evaluation->offsets[i];
+            json << (i ? "," : "") << "\n      {\"step\": " << JsonString(match.step)
+                 << ", \"state\": " << JsonString(match.state)
+                 << ", \"temperature\": " << JsonNumber(match.temperature) << ", \"error\": " << JsonNumber(match.error)
+                 << ", \"noiseFloor\": " << JsonNumber(match.noiseFloor) << ", \"bias\": " << JsonNumber(match.bias)
+                 << "}";
+        }
+        json << (evaluation->offsets.empty() ? "]" : "\n    ]");
         json << "\n  }";
     }
     if (correction) {
