@@ -308,6 +308,34 @@ std::string TargetList(const std::vector<DefectKind>& targets) {
     return text;
 }
 
+// What each calibration with countable findings had planted, found and missed.
+std::string PlantedFoundSection(const Evaluation& e) {
+    std::ostringstream html;
+    const auto row = [&html](const std::string& step, const std::string& what, long planted, long found,
+                             long falseFinds) {
+        html << "<tr><td>" << Html(step) << "</td><td>" << Html(what) << "</td><td class=\"num\">" << planted
+             << "</td><td class=\"num\">" << found << "</td><td class=\"num\">" << planted - found
+             << "</td><td class=\"num\">" << falseFinds << "</td></tr>\n";
+    };
+    html << "<h3>Planted, found and missed</h3>\n<table>\n<tr><th>calibration</th><th>what</th><th>planted</th>"
+            "<th>found</th><th>missed</th><th>false finds</th></tr>\n";
+    for (const MapScore& m : e.maps) {
+        row(m.step, "pixels of " + TargetList(m.targets), m.planted, m.found, m.flagged - m.flaggedPlanted - m.flaggedByRule);
+    }
+    if (e.echoLinesRan) {
+        const EchoLineScore& l = e.echoLines;
+        row("echo-lines", "lines (a double line counts two)", l.plantedLines, l.foundPlanted,
+            l.foundLines - l.foundPlanted - l.foundEchoRows);
+    }
+    if (e.clustersRan) {
+        const ClusterScore& c = e.clusters;
+        row("clusters", "offset changes at or above the threshold (false finds: places off every change)", c.planted,
+            c.found, c.places - c.placesOnChanges);
+    }
+    html << "</table>\n<p>False finds of a defect map leave out the pixels the flagging rules add (see below).</p>\n";
+    return html.str();
+}
+
 std::string MapSection(const std::vector<MapScore>& maps) {
     std::ostringstream html;
     html << "<h3>Each defect map</h3>\n<table>\n<tr><th>map</th><th>kinds it is to find</th><th>planted</th>"
@@ -455,8 +483,8 @@ std::string PanelSections(const CalibrationOutputs& outputs, const std::vector<P
     }
 
     if (evaluation) {
-        html << "<h2>Comparison with the simulated truth</h2>\n<table>\n"
-             << "<tr><th>defect kind</th><th>planted</th><th>found</th><th>recall</th></tr>\n";
+        html << "<h2>Comparison with the simulated truth</h2>\n" << PlantedFoundSection(*evaluation)
+             << "<h3>The final defect map and the linear gain</h3>\n<table>\n<tr><th>defect kind</th><th>planted</th><th>found</th><th>recall</th></tr>\n";
         for (const KindScore& score : evaluation->kinds) {
             html << "<tr><td>" << Html(score.kind) << "</td><td class=\"num\">" << score.planted
                  << "</td><td class=\"num\">" << score.found << "</td><td class=\"num\">" << Fixed3(score.recall)
