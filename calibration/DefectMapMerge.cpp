@@ -7,8 +7,21 @@
 #include "interfaces/CalibrationException.h"
 
 #include <algorithm>
+#include <mutex>
 
 using orvane::detail::RequireInit;
+
+namespace {
+
+// Runs a pool operation under the pool's lock, as WorkImages does for the calibrations,
+// so that a merge may run beside calibrations on other threads.
+template <typename Operation>
+auto Locked(Operation operation) -> decltype(operation()) {
+    std::lock_guard<std::mutex> lock(orvane::detail::PoolMutex());
+    return operation();
+}
+
+}  // namespace
 
 DefectMapMerge::DefectMapMerge(boost::shared_ptr<ReferenceDM> reference,
                                boost::shared_ptr<DefectMapFlag> flag)
@@ -23,6 +36,7 @@ void DefectMapMerge::Init() {
         return;
     }
     try {
+        std::lock_guard<std::mutex> lock(orvane::detail::PoolMutex());
         ImageCollectorRegistry& registry = ImageCollectorRegistry::Instance();
         byteCollection = registry.GetCollection<unsigned char>(width, height, false);
         shortCollection = registry.GetCollection<unsigned short>(width, height, false);
@@ -38,6 +52,7 @@ void DefectMapMerge::Clear() {
     if (!initialized) {
         return;
     }
+    std::lock_guard<std::mutex> lock(orvane::detail::PoolMutex());
     byteCollection->Close();
     shortCollection->Close();
     initialized = false;
@@ -64,22 +79,22 @@ void DefectMapMerge::Merge(const std::vector<boost::shared_ptr<ReferenceDM>>& ot
 void DefectMapMerge::MergeExternalDM() {
     RequireInit(initialized, "DefectMapMerge: MergeExternalDM failed because Init has not run",
                 __FILE__, __LINE__);
-    const ImagePtr<unsigned char> image = byteCollection->Acquire();
+    const ImagePtr<unsigned char> image = Locked([&] { return byteCollection->Acquire(); });
     try {
         reference->LoadMergeDM(image);
     } catch (...) {
-        byteCollection->Release(image);
+        Locked([&] { byteCollection->Release(image); });
         LogAndThrow<CalibrationException>("DefectMapMerge: MergeExternalDM failed", __FILE__,
                                           __LINE__);
     }
-    byteCollection->Release(image);
+    Locked([&] { byteCollection->Release(image); });
 }
 
 void DefectMapMerge::MergeFactoryDM(boost::function<void(ImagePtr<unsigned short>&)> loader) {
     RequireInit(initialized, "DefectMapMerge: MergeFactory failed because Init has not run",
                 __FILE__, __LINE__);
     // The loader may repoint `image`; the pool gets back the image it lent.
-    const ImagePtr<unsigned short> lent = shortCollection->Acquire();
+    const ImagePtr<unsigned short> lent = Locked([&] { return shortCollection->Acquire(); });
     try {
         ImagePtr<unsigned short> image = lent;
         image->Fill(0);
@@ -92,10 +107,10 @@ void DefectMapMerge::MergeFactoryDM(boost::function<void(ImagePtr<unsigned short
         _MergeImage<unsigned short>(image);
         reference->GetDM()->GetProperties() = image->GetProperties();
     } catch (...) {
-        shortCollection->Release(lent);
+        Locked([&] { shortCollection->Release(lent); });
         LogAndThrow<CalibrationException>("DefectMapMerge: MergeFactory failed", __FILE__, __LINE__);
     }
-    shortCollection->Release(lent);
+    Locked([&] { shortCollection->Release(lent); });
 }
 
 void DefectMapMerge::UpdateDefectMapReference() {

@@ -13,9 +13,10 @@
 
 // The process-wide list of image collectors, one per format, built on first use.
 // It owns the collectors for the life of the process: none is ever deleted.
-// Every account that WorkImages takes (those of the calibrations) is opened, used and
-// closed under orvane::detail::PoolMutex(), so calibrations may run on several threads
-// at once; a host that takes accounts itself holds that lock or stays on one thread.
+// Every account that WorkImages takes (those of the calibrations) and those of
+// DefectMapMerge are opened, used and closed under orvane::detail::PoolMutex(), so
+// calibrations may run on several threads at once; a host that takes accounts itself
+// holds that lock or stays on one thread.
 class ImageCollectorRegistry {
 public:
     static ImageCollectorRegistry& Instance();

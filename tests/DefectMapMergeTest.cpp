@@ -5,12 +5,15 @@
 #include "calibration/DefectMapChecker.h"
 #include "calibration/DefectMapFlag.h"
 #include "calibration/DefectMapMerge.h"
+#include "image/WorkImages.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace orvane::test;
@@ -299,3 +302,44 @@ TEST(DefectMapMerge, ExternalMapIsMergedThroughTheStoreWithAPooledImage) {
 }
 
 }  // namespace
+
+// Merges on several threads, beside calibrations' work images of the same format,
+// borrow pooled images one at a time: each merge adds its own loader's values, and
+// the pool ends with no image in use.
+TEST(DefectMapMerge, MergesOnSeveralThreadsShareThePoolWithWorkImages) {
+    static constexpr int kThreads = 4, kRounds = 400, kW = 29, kH = 7;
+    const DMFlagParameters flags;
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([thread, &flags, &wrong] {
+            for (int round = 0; round < kRounds; ++round) {
+                const auto mark = static_cast<unsigned short>(1 + (thread * kRounds + round) % 250);
+                if (thread % 2 == 1) {
+                    ImagePtr<unsigned short> image;  // a slot outlives its account
+                    orvane::detail::WorkImages<unsigned short> images;
+                    images.Open(kW, kH, 1, {&image});
+                    image->Fill(mark);
+                    std::this_thread::yield();
+                    wrong += image->GetData()[kW * kH - 1] != mark;
+                    continue;
+                }
+                auto store = boost::make_shared<ReferenceDM>(kW, kH);
+                DefectMapMerge merge(store, boost::make_shared<DefectMapFlag>(flags));
+                merge.Init();
+                merge.MergeFactoryDM([mark](ImagePtr<unsigned short>& image) {
+                    image->Fill(mark);
+                    std::this_thread::yield();
+                });
+                wrong += store->GetDM()->GetData()[kW * kH - 1] != mark;
+                merge.Clear();
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(0, wrong.load());
+    const ImageCollector<unsigned short>* pool =
+        ImageCollectorRegistry::Instance().FindCollector<unsigned short>(kW, kH);
+    ASSERT_NE(nullptr, pool);
+    EXPECT_TRUE(pool->GetInUse().empty());
+}
