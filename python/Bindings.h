@@ -15,6 +15,7 @@ namespace python {
 void BindErrors(pybind11::module_& module);
 void BindImages(pybind11::module_& module);
 void BindOffset(pybind11::module_& module);
+void BindImageFiles(pybind11::module_& module);
 
 }  // namespace python
 }  // namespace orvane

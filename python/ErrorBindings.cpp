@@ -5,6 +5,7 @@
 #include "interfaces/ImageFileException.h"
 #include "interfaces/ImageFormatException.h"
 #include "interfaces/ReferenceException.h"
+#include "io/ImageFileError.h"
 
 namespace py = pybind11;
 
@@ -20,6 +21,8 @@ void BindErrors(py::module_& module) {
     py::register_exception<ReferenceException>(module, "ReferenceException", error);
     py::register_exception<ImageFileException>(module, "ImageFileException", error);
     py::register_exception<ImageFormatException>(module, "ImageFormatException", error);
+    // A file of the image-file layer that cannot be read or written: "<file>: <problem>".
+    py::register_exception<io::ImageFileError>(module, "ImageFileError", error);
 }
 
 }  // namespace python

@@ -12,6 +12,7 @@ PYBIND11_MODULE(_core, module) {
     orvane::python::BindErrors(module);
     orvane::python::BindImages(module);
     orvane::python::BindOffset(module);
+    orvane::python::BindImageFiles(module);
 
     module.def("ThreadCount", &orvane::ThreadCount,
                "The threads the library's parallel work uses (SetThreadCount, else ORVANE_THREADS, else the "

@@ -9,7 +9,10 @@ snake case are the short road on top of them, e.g. calibrate_offset(darks).
 from ._core import (
     CalibrationException,
     CalibrationOffsetDynamic,
+    CreateSeriesWriter,
     Error,
+    FrameShape,
+    ImageFileError,
     ImageFileException,
     ImageFloat32,
     ImageFormatException,
@@ -17,21 +20,28 @@ from ._core import (
     ImageUInt16,
     OffsetDynamicParameters,
     OffsetDynamicParametersSet,
+    OpenSeries,
     Reference,
     ReferenceException,
     ReferenceOffsetSimple,
+    SeriesSource,
+    SeriesWriter,
     SetThreadCount,
     ThreadCount,
     __version__,
     s_OffsetDynamicParametersSet,
 )
+from .files import read_frames, write_image
 from .frames import frame_images
 from .offset import calibrate_offset
 
 __all__ = [
     "CalibrationException",
     "CalibrationOffsetDynamic",
+    "CreateSeriesWriter",
     "Error",
+    "FrameShape",
+    "ImageFileError",
     "ImageFileException",
     "ImageFloat32",
     "ImageFormatException",
@@ -39,13 +49,18 @@ __all__ = [
     "ImageUInt16",
     "OffsetDynamicParameters",
     "OffsetDynamicParametersSet",
+    "OpenSeries",
     "Reference",
     "ReferenceException",
     "ReferenceOffsetSimple",
+    "SeriesSource",
+    "SeriesWriter",
     "SetThreadCount",
     "ThreadCount",
     "__version__",
     "calibrate_offset",
     "frame_images",
+    "read_frames",
     "s_OffsetDynamicParametersSet",
+    "write_image",
 ]
