@@ -71,16 +71,24 @@ std::string ValueText(const py::handle& value) {
     return py::repr(value).cast<std::string>();
 }
 
-// A plain record (or a region) as the Python class `name`: default construction, each
-// field a read/write attribute under its C++ name, equality field by field, and a
-// repr that names every field. A field that is a std::vector reads as a new list:
-// assign a whole list to change it. A field that is a record is changed in place.
+// A plain record (or a region) as the Python class `name`: made with default values or
+// with fields given by name, each field a read/write attribute under its C++ name,
+// equality field by field, and a repr that reads back as the same record. A field that
+// is a std::vector reads as a new list: assign a whole list to change it. A field that
+// is a record is changed in place.
 template <typename R>
 class RecordClass {
 public:
     RecordClass(py::module_& module, const char* name, const char* doc)
         : type(module, name, doc), fields(std::make_shared<std::vector<std::string>>()) {
-        type.def(py::init<>());
+        type.def(py::init([](const py::kwargs& values) {
+                     py::object record = py::cast(R());
+                     for (const auto& value : values) {
+                         py::setattr(record, value.first, value.second);
+                     }
+                     return record.cast<R>();
+                 }),
+                 "Default values (zero, false, empty), or those given by field name.");
         type.def("__repr__", [name, fields = fields](const py::object& self) {
             std::string text = std::string(name) + "(";
             const char* separator = "";
