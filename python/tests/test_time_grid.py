@@ -1,6 +1,8 @@
 """The time-grid and preview offsets from Python: the command's grid bit for bit, and their failures."""
 
+import gc
 import json
+import weakref
 
 import numpy as np
 import pytest
@@ -97,7 +99,12 @@ def test_offset_calibrations_fail_with_the_library_text():
     for key in ("image.time", "image.temperature"):
         frame.SetProperty(key, "0")
         grid.Get(2).SetProperty(key, "0")
-    empty = orvane.CalibrationOffsetTimeGrid(orvane.s_OffsetTimeGridParametersSet.lookup("Rowan"), grid, 0)
+    record = orvane.s_OffsetTimeGridParametersSet.lookup("Rowan")
+    record_ref = weakref.ref(record)
+    empty = orvane.CalibrationOffsetTimeGrid(record, grid, 0)
+    del record
+    gc.collect()
+    assert record_ref() is not None  # held by reference in C++
     with pytest.raises(orvane.CalibrationException, match="CalibrationOffsetTimeGrid: UpdateSingleOffsetRef failed"):
         empty.UpdateSingleOffsetRef(2, frame, False)
 
