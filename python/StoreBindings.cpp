@@ -91,9 +91,11 @@ void BindImageStores(py::module_& module) {
         .def("GetGainPoly", &ReferenceGainPoly::GetGainPoly, "The live coefficient images, in a new list.")
         .def("GetGainPolyCoeff", &ReferenceGainPoly::GetGainPolyCoeff)
         .def("CompressImage", &ReferenceGainPoly::CompressImage, "source"_a, "coefficient"_a, "target"_a,
-             WithoutInterpreterLock(), "target (uint16) = the codes of source (float32); sets the coefficient's scale.")
+             WithoutInterpreterLock(),
+             "target (uint16) = the codes of source (float32); sets the coefficient's scale.")
         .def("DeCompressImage", &ReferenceGainPoly::DeCompressImage, "coefficient"_a, "source"_a, "target"_a,
-             WithoutInterpreterLock(), "target (float32) = the values of the codes of source, at the coefficient's scale.")
+             WithoutInterpreterLock(),
+             "target (float32) = the values of the codes of source, at the coefficient's scale.")
         .def("GetScale", &ReferenceGainPoly::GetScale, "coefficient"_a);
 
     StoreClass<ReferenceOffsetTimeGrid>(module, "ReferenceOffsetTimeGrid",
