@@ -390,12 +390,15 @@ void BindArtefactRecords(py::module_& module) {
 // A process-wide parameter set as the Python class `name`, under the module attribute
 // `object`; Python never owns it. lookup gives a copy of the row: a record Python owns,
 // which a calibration keeps alive and which a caller may change without changing the
-// table. Not locked, as in C++: a lookup may insert the default row.
+// table. The calls keep the interpreter lock, which serialises them: a lookup may
+// insert the default row, and a zoom get evaluates formulas, which must not run on two
+// threads at once.
 template <typename Set>
 py::class_<Set, std::unique_ptr<Set, py::nodelete>> SetClass(py::module_& module, const char* name,
                                                               const char* object, Set& set) {
     using Row = std::decay_t<decltype(set.lookup(""))>;
-    py::class_<Set, std::unique_ptr<Set, py::nodelete>> type(module, name);
+    py::class_<Set, std::unique_ptr<Set, py::nodelete>> type(
+        module, name, "A table of parameter records by detector key; the library's own is orvane.s_...ParametersSet.");
     type.def(
             "lookup", [](Set& self, const std::string& key) -> Row { return self.lookup(key); }, "key"_a,
             "The record for a detector key such as \"Hazel.A1.m3\": its own row, else the nearest one, else "
@@ -410,8 +413,6 @@ py::class_<Set, std::unique_ptr<Set, py::nodelete>> SetClass(py::module_& module
     return type;
 }
 
-// The zoom sets' get evaluates formulas, which must not run on two threads at once:
-// it keeps the interpreter lock.
 void BindSets(py::module_& module) {
     SetClass(module, "AutomaticDefectParametersSet", "s_automaticDefectParametersSet", s_automaticDefectParametersSet);
     SetClass(module, "CalibrationClustersParametersSet", "s_clustersCalibrationParametersSet",
