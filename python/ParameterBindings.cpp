@@ -112,8 +112,8 @@ public:
     }
 
     template <typename F>
-    RecordClass& Field(const char* name, F R::*member) {
-        type.def_readwrite(name, member);
+    RecordClass& Field(const char* name, F R::*member, const char* doc = "") {
+        type.def_readwrite(name, member, doc);
         fields->push_back(name);
         return *this;
     }
@@ -149,7 +149,7 @@ void BindRegions(py::module_& module) {
 
 void BindOffsetRecords(py::module_& module) {
     RecordClass<OffsetDynamicParameters>(module, "OffsetDynamicParameters", "Parameters of CalibrationOffsetDynamic.")
-        .Field("Weight", &OffsetDynamicParameters::Weight);
+        .Field("Weight", &OffsetDynamicParameters::Weight, "Share of a new frame when it is blended into the offset.");
 
     RecordClass<OffsetParameters>(module, "OffsetParameters", "Parameters of CalibrationOffsetTimeGrid.")
         .Field("TemperatureSteps", &OffsetParameters::TemperatureSteps)
