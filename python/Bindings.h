@@ -14,8 +14,11 @@ namespace python {
 // One binding file per family of the library; Module.cpp calls them in this order.
 void BindErrors(pybind11::module_& module);
 void BindImages(pybind11::module_& module);
+void BindParameters(pybind11::module_& module);
+void BindStores(pybind11::module_& module);
 void BindOffset(pybind11::module_& module);
 void BindImageFiles(pybind11::module_& module);
+void BindTimeGrid(pybind11::module_& module);
 
 }  // namespace python
 }  // namespace orvane

@@ -11,8 +11,11 @@ PYBIND11_MODULE(_core, module) {
 
     orvane::python::BindErrors(module);
     orvane::python::BindImages(module);
+    orvane::python::BindParameters(module);
+    orvane::python::BindStores(module);
     orvane::python::BindOffset(module);
     orvane::python::BindImageFiles(module);
+    orvane::python::BindTimeGrid(module);
 
     module.def("ThreadCount", &orvane::ThreadCount,
                "The threads the library's parallel work uses (SetThreadCount, else ORVANE_THREADS, else the "

@@ -27,4 +27,5 @@ def orvane_command():
         assert done.returncode == 0, f"orvane {' '.join(args)} failed:\n{done.stdout}{done.stderr}"
         return done.stdout
 
+    run.path = path
     return run
