@@ -19,6 +19,7 @@ void BindStores(pybind11::module_& module);
 void BindOffset(pybind11::module_& module);
 void BindImageFiles(pybind11::module_& module);
 void BindTimeGrid(pybind11::module_& module);
+void BindCalibrations(pybind11::module_& module);
 
 }  // namespace python
 }  // namespace orvane

@@ -16,6 +16,7 @@ PYBIND11_MODULE(_core, module) {
     orvane::python::BindOffset(module);
     orvane::python::BindImageFiles(module);
     orvane::python::BindTimeGrid(module);
+    orvane::python::BindCalibrations(module);
 
     module.def("ThreadCount", &orvane::ThreadCount,
                "The threads the library's parallel work uses (SetThreadCount, else ORVANE_THREADS, else the "

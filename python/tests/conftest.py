@@ -15,7 +15,7 @@ def dark_series(frames, rows, columns, seed=0, level=1200, noise=40):
     return np.clip(np.rint(series), 0, 65535).astype(np.uint16)
 
 
-@pytest.fixture
+@pytest.fixture(scope="session")
 def orvane_command():
     """Runs the `orvane` command of the build tree (ctest passes its path in ORVANE_COMMAND)."""
     path = os.environ.get("ORVANE_COMMAND")
