@@ -20,6 +20,7 @@ void BindOffset(pybind11::module_& module);
 void BindImageFiles(pybind11::module_& module);
 void BindTimeGrid(pybind11::module_& module);
 void BindCalibrations(pybind11::module_& module);
+void BindCorrection(pybind11::module_& module);
 
 }  // namespace python
 }  // namespace orvane

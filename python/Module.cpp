@@ -17,6 +17,7 @@ PYBIND11_MODULE(_core, module) {
     orvane::python::BindImageFiles(module);
     orvane::python::BindTimeGrid(module);
     orvane::python::BindCalibrations(module);
+    orvane::python::BindCorrection(module);
 
     module.def("ThreadCount", &orvane::ThreadCount,
                "The threads the library's parallel work uses (SetThreadCount, else ORVANE_THREADS, else the "
