@@ -9,7 +9,7 @@ packages=(
     libgtest-dev libgmock-dev googletest libbenchmark-dev
     libtiff-dev libhdf5-dev libcfitsio-dev pkg-config libomp-dev
     python3 python3-numpy python3-tifffile python3-h5py python3-astropy
-    python3-dev pybind11-dev python3-pytest
+    python3-dev pybind11-dev python3-pytest python3-ccdproc python3-matplotlib
 )
 
 missing=()
