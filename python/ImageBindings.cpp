@@ -40,10 +40,13 @@ void BindImage(py::module_& module, const char* name, const char* dtype) {
             },
             "dtype"_a = py::none())
         .def(
-            "GetProperty", [](const ImageAcquisition<T>& image, const std::string& key) {
-                return image.template GetProperty<std::string>(key);
+            "GetProperty",
+            [](const ImageAcquisition<T>& image, const std::string& key) {
+                const auto value = image.GetProperties().template get_optional<std::string>(key);
+                if (!value) throw py::key_error(key);
+                return *value;
             },
-            "key"_a, "The text of a frame property such as \"image.time\".")
+            "key"_a, "The text of a frame property such as \"image.time\"; KeyError when the image has none.")
         .def(
             "SetProperty", [](ImageAcquisition<T>& image, const std::string& key, const std::string& value) {
                 image.SetProperty(key, value);

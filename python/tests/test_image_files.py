@@ -90,6 +90,8 @@ def test_series_index_iterate_and_keep_frame_properties(tmp_path):
     np.testing.assert_array_equal(series[-1].array, frames[-1])
     assert [image.GetProperty("image.time") for image in series] == ["0", "60", "120", "180"]
     assert series[2].GetProperty("image.temperature") == "31.5"
+    with pytest.raises(KeyError):
+        series[2].GetProperty("image.exposure")
     with pytest.raises(IndexError):
         series[4]
 
