@@ -11,7 +11,7 @@ set(ORVANE_LAYER_parameters image interfaces tools parameters)
 set(ORVANE_LAYER_calibration image interfaces tools parameters calibration)
 set(ORVANE_LAYER_apps image interfaces tools io correction parameters calibration apps)
 set(ORVANE_LAYER_fuzz image interfaces tools io correction parameters calibration fuzz)
-set(ORVANE_LAYER_python image interfaces tools correction parameters calibration python)
+set(ORVANE_LAYER_python image interfaces tools io correction parameters calibration python)
 
 # Headers that only the libraries' own sources include; they are not installed.
 # Every other header of the library folders is public.
