@@ -11,6 +11,10 @@ PYBIND11_DECLARE_HOLDER_TYPE(T, boost::shared_ptr<T>, true);
 namespace orvane {
 namespace python {
 
+// The guard of every call that computes or touches files: it runs without the
+// interpreter lock, its arguments converted to C++ objects before the lock is let go.
+using WithoutInterpreterLock = pybind11::call_guard<pybind11::gil_scoped_release>;
+
 // One binding file per family of the library; Module.cpp calls them in this order.
 void BindErrors(pybind11::module_& module);
 void BindImages(pybind11::module_& module);

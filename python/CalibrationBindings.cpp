@@ -25,7 +25,6 @@ namespace python {
 
 namespace {
 
-using WithoutInterpreterLock = py::call_guard<py::gil_scoped_release>;
 using Frames = std::vector<ImagePtr<unsigned short>>;
 
 constexpr const char* kOneThread =

@@ -18,8 +18,6 @@ namespace python {
 
 namespace {
 
-using WithoutInterpreterLock = py::call_guard<py::gil_scoped_release>;
-
 void BindReplacement(py::module_& module) {
     py::class_<DefectReplacement> replacement(
         module, "DefectReplacement",

@@ -18,8 +18,6 @@ namespace python {
 
 namespace {
 
-using WithoutInterpreterLock = py::call_guard<py::gil_scoped_release>;
-
 // Frame `index` of `series` (negative: from the end) as an image of the file's pixel
 // kind, read without the interpreter lock. IndexError outside the series, which also
 // ends a Python iteration over it.

@@ -16,10 +16,6 @@ namespace python {
 
 namespace {
 
-// Every call below that computes runs without the interpreter lock: its arguments are
-// converted to C++ objects before the lock is let go.
-using WithoutInterpreterLock = py::call_guard<py::gil_scoped_release>;
-
 // The averaging of a series that every offset calibration shares; not made from Python.
 void BindOffsetBase(py::module_& module) {
     py::class_<CalibrationOffsetBase>(module, "CalibrationOffsetBase",

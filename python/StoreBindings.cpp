@@ -22,9 +22,6 @@ namespace python {
 
 namespace {
 
-// Saving, loading and the whole-image conversions run without the interpreter lock.
-using WithoutInterpreterLock = py::call_guard<py::gil_scoped_release>;
-
 // A store class under its C++ name, derived from Reference, shared with the
 // calibrations that write into it.
 template <typename Store>

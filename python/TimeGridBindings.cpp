@@ -16,7 +16,6 @@ namespace python {
 // calibration keeps its Python object alive; the store is shared. Computing calls run
 // without the interpreter lock.
 void BindTimeGrid(py::module_& module) {
-    using WithoutInterpreterLock = py::call_guard<py::gil_scoped_release>;
     py::class_<CalibrationOffsetTimeGrid, CalibrationOffsetBase>(
         module, "CalibrationOffsetTimeGrid",
         "The offsets of a ReferenceOffsetTimeGrid: each entry the rounded mean of a series, kept current by "
