@@ -124,8 +124,8 @@ void BindDefectMaps(py::module_& module) {
         module, "CalibrationDefectMapDark", "The defect map of the pixels a dark series shows.", "parameters"_a,
         "reference"_a)
         .def("AccumulateImg", &CalibrationDefectMapDark::AccumulateImg, "image"_a, WithoutInterpreterLock())
-        .def("ComputeDefectMapDarkAndMerge", py::overload_cast<>(&CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge),
-             WithoutInterpreterLock())
+        .def("ComputeDefectMapDarkAndMerge",
+             py::overload_cast<>(&CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge), WithoutInterpreterLock())
         .def("ComputeDefectMapDarkAndMerge",
              py::overload_cast<const Frames&>(&CalibrationDefectMapDark::ComputeDefectMapDarkAndMerge), "images"_a,
              WithoutInterpreterLock())

@@ -57,7 +57,8 @@ bool Judge(const std::string& step, const CalibrationOutputs& outputs, const Eva
     for (const OffsetMatch& match : e.offsets) {
         if (match.step != step) continue;
         offsets += (offsets.empty() ? "" : "; ") +
-                   Format("error %.2f counts (noise floor %.2f), bias %+.2f", match.error, match.noiseFloor, match.bias) +
+                   Format("error %.2f counts (noise floor %.2f), bias %+.2f", match.error, match.noiseFloor,
+                          match.bias) +
                    " at " + match.state;
         offsetsPass = offsetsPass && std::fabs(match.bias) <= kOffsetBiasTarget &&
                       match.error <= kOffsetNoiseTarget * match.noiseFloor;

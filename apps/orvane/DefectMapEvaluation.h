@@ -32,9 +32,8 @@ struct MapScore {
 // flicker in single frames; dm-auto those of the map it extends (dm-gain's when
 // dm-gain ran, else the map made before it); dm-merge every kind of the maps before it,
 // each counted in the area of the first map that looks for it. Other maps may find
-// them too: dm6 reads
-// the darks divided by the gain and each dose's mean to about 1 %, dm-untypical raw
-// frames, in which a weak pixel stands out as well.
+// them too: dm6 reads the darks divided by the gain and each dose's mean to about 1 %,
+// dm-untypical raw frames, in which a weak pixel stands out as well.
 std::vector<MapScore> ScoreDefectMaps(const GroundTruth& truth, const std::vector<DefectMapOutput>& maps);
 
 }  // namespace app

@@ -2,8 +2,10 @@
 
 #include "correction/TimeGridBlend.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <vector>
 
 namespace orvane {
 namespace app {
@@ -19,7 +21,7 @@ void Compare(const ImageAcquisition<float>& offset, const ImageAcquisition<float
     for (const OffsetChange& change : planted.offsetChanges) {
         for (int y = change.box.top; y < change.box.top + change.box.height; ++y) {
             const std::size_t row = static_cast<std::size_t>(y) * static_cast<std::size_t>(width);
-            for (std::size_t i = row + change.box.left; i < row + change.box.left + change.box.width; ++i) counted[i] = 0;
+            std::fill_n(counted.begin() + static_cast<long>(row + change.box.left), change.box.width, 0);
         }
     }
     const float* a = offset.GetData();

@@ -320,7 +320,8 @@ std::string PlantedFoundSection(const Evaluation& e) {
     html << "<h3>Planted, found and missed</h3>\n<table>\n<tr><th>calibration</th><th>what</th><th>planted</th>"
             "<th>found</th><th>missed</th><th>false finds</th></tr>\n";
     for (const MapScore& m : e.maps) {
-        row(m.step, "pixels of " + TargetList(m.targets), m.planted, m.found, m.flagged - m.flaggedPlanted - m.flaggedByRule);
+        row(m.step, "pixels of " + TargetList(m.targets), m.planted, m.found,
+            m.flagged - m.flaggedPlanted - m.flaggedByRule);
     }
     if (e.echoLinesRan) {
         const EchoLineScore& l = e.echoLines;
@@ -437,8 +438,9 @@ std::string VerdictSection(const std::vector<CalibrationVerdict>& verdicts, bool
          << ", gain error &le; " << Printf("%.0f", 100.0 * kGainErrorTarget) << " % with a flat "
          << Printf("%.0f", kFlatteningTarget) << " times flatter, an offset's bias within "
          << Printf("%.0f", kOffsetBiasTarget) << " count and its error within "
-         << Printf("%.0f", 100.0 * (kOffsetNoiseTarget - 1.0)) << " % of the noise floor); attention: it does not, or the step failed; "
-            "ran: no figure against the truth.</p>\n";
+         << Printf("%.0f", 100.0 * (kOffsetNoiseTarget - 1.0))
+         << " % of the noise floor); attention: it does not, or the step failed; ran: no figure against the "
+            "truth.</p>\n";
     return html.str();
 }
 
@@ -484,7 +486,8 @@ std::string PanelSections(const CalibrationOutputs& outputs, const std::vector<P
 
     if (evaluation) {
         html << "<h2>Comparison with the simulated truth</h2>\n" << PlantedFoundSection(*evaluation)
-             << "<h3>The final defect map and the linear gain</h3>\n<table>\n<tr><th>defect kind</th><th>planted</th><th>found</th><th>recall</th></tr>\n";
+             << "<h3>The final defect map and the linear gain</h3>\n<table>\n"
+             << "<tr><th>defect kind</th><th>planted</th><th>found</th><th>recall</th></tr>\n";
         for (const KindScore& score : evaluation->kinds) {
             html << "<tr><td>" << Html(score.kind) << "</td><td class=\"num\">" << score.planted
                  << "</td><td class=\"num\">" << score.found << "</td><td class=\"num\">" << Fixed3(score.recall)
@@ -673,9 +676,9 @@ std::string JsonSummary(const std::string& model, const CalibrationOutputs& outp
             const OffsetMatch& match = evaluation->offsets[i];
             json << (i ? "," : "") << "\n      {\"step\": " << JsonString(match.step)
                  << ", \"state\": " << JsonString(match.state)
-                 << ", \"temperature\": " << JsonNumber(match.temperature) << ", \"error\": " << JsonNumber(match.error)
-                 << ", \"noiseFloor\": " << JsonNumber(match.noiseFloor) << ", \"bias\": " << JsonNumber(match.bias)
-                 << "}";
+                 << ", \"temperature\": " << JsonNumber(match.temperature)
+                 << ", \"error\": " << JsonNumber(match.error) << ", \"noiseFloor\": " << JsonNumber(match.noiseFloor)
+                 << ", \"bias\": " << JsonNumber(match.bias) << "}";
         }
         json << (evaluation->offsets.empty() ? "]" : "\n    ]");
         json << "\n  }";
