@@ -170,7 +170,7 @@ struct FrameKeys {
 class FitsWriter : public SeriesWriter {
 public:
     FitsWriter(const std::string& path, const WriteOptions& options)
-        : path(path), expectedFrames(std::max(options.expectedFrames, 0)) {
+        : SeriesWriter(path), expectedFrames(std::max(options.expectedFrames, 0)) {
         std::error_code error;
         std::filesystem::remove(path, error);
         if (error) throw ImageFileError(path, "cannot be replaced: " + error.message());
@@ -181,8 +181,8 @@ public:
         file.reset(created);
     }
 
-    void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
-                    const boost::property_tree::ptree& properties) override {
+    void Append(const void* pixels, int width, int height, PixelKind pixel,
+                const boost::property_tree::ptree& properties) override {
         if (!file) throw ImageFileError(path, failure.empty() ? "is closed" : failure);
         const FrameShape frame{width, height, pixel, 1};
         if (written == 0) {
@@ -228,7 +228,7 @@ public:
         ++written;
     }
 
-    void Close() override {
+    void Finish() override {
         if (!file && !failure.empty()) throw ImageFileError(path, failure);
         if (!file) return;
         if (written == 0) throw ImageFileError(path, "has no frames: an image needs one at least");
@@ -269,7 +269,6 @@ private:
         fits_resize_imgll(file.get(), ImageType(shape.pixel), naxis, axes, &status);
     }
 
-    std::string path;
     int expectedFrames;
     FitsHandle file;
     FrameShape shape;

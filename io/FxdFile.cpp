@@ -67,10 +67,10 @@ private:
 // properties, so the frames wait in memory until Close.
 class FxdWriter : public SeriesWriter {
 public:
-    explicit FxdWriter(std::string path) : path(std::move(path)) {}
+    explicit FxdWriter(std::string path) : SeriesWriter(std::move(path)) {}
 
-    void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
-                    const boost::property_tree::ptree& properties) override {
+    void Append(const void* pixels, int width, int height, PixelKind pixel,
+                const boost::property_tree::ptree& properties) override {
         if (frames.empty()) {
             shape = FrameShape{width, height, pixel, 0};
             CheckFrameShape(path, shape);
@@ -83,7 +83,7 @@ public:
         frameProperties.push_back(properties);
     }
 
-    void Close() override {
+    void Finish() override {
         try {
             ImageFxdFileOut file(path);
             bool any = false;
@@ -100,10 +100,10 @@ public:
             throw ImageFileError(path, "cannot be written");
         }
         frames.clear();
+        frameProperties.clear();
     }
 
 private:
-    std::string path;
     FrameShape shape;
     std::vector<std::vector<char>> frames;
     std::vector<boost::property_tree::ptree> frameProperties;

@@ -325,7 +325,7 @@ std::optional<T> Value(const boost::property_tree::ptree& properties, const char
 class Hdf5Writer : public SeriesWriter {
 public:
     Hdf5Writer(const std::string& path, const std::string& dataset)
-        : path(path), name(Absolute(dataset.empty() ? "/data" : dataset)) {
+        : SeriesWriter(path), name(Absolute(dataset.empty() ? "/data" : dataset)) {
         Quiet();
         // The 1.8 file format at least: attributes longer than 64 KB (many frames)
         // need its dense attribute storage.
@@ -343,8 +343,8 @@ public:
         H5Eclear2(H5E_DEFAULT);
     }
 
-    void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
-                    const boost::property_tree::ptree& properties) override {
+    void Append(const void* pixels, int width, int height, PixelKind pixel,
+                const boost::property_tree::ptree& properties) override {
         Quiet();
         const FrameShape frame{width, height, pixel, 1};
         if (!file) throw ImageFileError(path, "is closed");
@@ -368,7 +368,7 @@ public:
         temperatures.push_back(Value<double>(properties, kTemperature));
     }
 
-    void Close() override {
+    void Finish() override {
         Quiet();
         if (!file) return;
         if (!data) throw ImageFileError(path, "has no frame for dataset '" + name + "'");
@@ -414,7 +414,6 @@ private:
         if (!attribute || H5Awrite(attribute.get(), memory, all.data()) < 0) throw Failure();
     }
 
-    std::string path;
     std::string name;
     File file;
     Dataset data;

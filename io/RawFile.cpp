@@ -67,12 +67,12 @@ private:
 class RawWriter : public SeriesWriter {
 public:
     RawWriter(const std::string& path, bool bigEndian)
-        : path(path), bigEndian(bigEndian), stream(path, std::ios::binary | std::ios::trunc) {
+        : SeriesWriter(path), bigEndian(bigEndian), stream(path, std::ios::binary | std::ios::trunc) {
         if (!stream) throw ImageFileError(path, "cannot be created");
     }
 
-    void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
-                    const boost::property_tree::ptree&) override {
+    void Append(const void* pixels, int width, int height, PixelKind pixel,
+                const boost::property_tree::ptree&) override {
         const FrameShape frame{width, height, pixel, 1};
         if (!started) {
             CheckFrameShape(path, frame);
@@ -92,13 +92,12 @@ public:
         if (!stream) throw ImageFileError(path, "cannot be written");
     }
 
-    void Close() override {
+    void Finish() override {
         stream.close();
         if (!stream) throw ImageFileError(path, "cannot be written");
     }
 
 private:
-    std::string path;
     bool bigEndian;
     std::ofstream stream;
     bool started = false;

@@ -2,11 +2,13 @@
 #define ORVANE_IO_SERIESWRITER_H
 
 #include "image/ImageAcquisition.h"
+#include "io/ImageFileError.h"
 #include "io/PixelKind.h"
 
 #include <boost/property_tree/ptree.hpp>
 
 #include <string>
+#include <utility>
 
 namespace orvane {
 namespace io {
@@ -34,9 +36,13 @@ public:
     SeriesWriter& operator=(const SeriesWriter&) = delete;
 
     // Appends a frame of width x height pixels of `pixel` kind, row after row, with its
-    // properties. Every frame must have the size and kind of the first.
-    virtual void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
-                            const boost::property_tree::ptree& properties) = 0;
+    // properties. Every frame must have the size and kind of the first; none can follow
+    // a Close that succeeded.
+    void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
+                    const boost::property_tree::ptree& properties) {
+        if (closed) throw ImageFileError(path, "is closed: no frame can follow");
+        Append(pixels, width, height, pixel, properties);
+    }
 
     template <typename T>
     void WriteImage(const ImageAcquisition<T>& image) {
@@ -44,12 +50,26 @@ public:
                    image.GetProperties());
     }
 
-    // Completes the file. A writer destroyed without Close leaves an unfinished file
-    // (the commands write into a staging folder, which a failure discards whole).
-    virtual void Close() = 0;
+    // Completes the file; once that succeeded, a second Close does nothing. A writer
+    // destroyed without Close leaves an unfinished file (the commands write into a
+    // staging folder, which a failure discards whole).
+    void Close() {
+        if (closed) return;
+        Finish();
+        closed = true;
+    }
 
 protected:
-    SeriesWriter() = default;
+    explicit SeriesWriter(std::string path) : path(std::move(path)) {}
+
+    virtual void Append(const void* pixels, int width, int height, PixelKind pixel,
+                        const boost::property_tree::ptree& properties) = 0;
+    virtual void Finish() = 0;
+
+    const std::string path;  // the file written, as its errors name it
+
+private:
+    bool closed = false;
 };
 
 }  // namespace io

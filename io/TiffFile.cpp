@@ -340,13 +340,13 @@ private:
 
 class TiffWriter : public SeriesWriter {
 public:
-    TiffWriter(const std::string& path, const WriteOptions& options) : path(path), options(options) {
+    TiffWriter(const std::string& path, const WriteOptions& options) : SeriesWriter(path), options(options) {
         // Created (and emptied) now, so that a path that cannot take a file fails here.
         if (!std::ofstream(path, std::ios::binary | std::ios::trunc)) throw ImageFileError(path, "cannot be created");
     }
 
-    void WriteFrame(const void* pixels, int width, int height, PixelKind pixel,
-                    const boost::property_tree::ptree& properties) override {
+    void Append(const void* pixels, int width, int height, PixelKind pixel,
+                const boost::property_tree::ptree& properties) override {
         const FrameShape frame{width, height, pixel, 1};
         if (!handle) {
             CheckFrameShape(path, frame);
@@ -395,7 +395,7 @@ public:
         ++frames;
     }
 
-    void Close() override {
+    void Finish() override {
         if (!handle) throw ImageFileError(path, "cannot be written without frames");
         if (!handle->Opened()) return;
         handle->ClearError();
@@ -417,7 +417,6 @@ private:
         }
     }
 
-    std::string path;
     WriteOptions options;
     std::unique_ptr<TiffHandle> handle;
     FrameShape shape;

@@ -1,6 +1,8 @@
 """Image files through the module: each format written by orvane is read back by it and by
 the field's own reader, and a file written by that reader is read by orvane."""
 
+import re
+
 import h5py
 import numpy as np
 import pytest
@@ -113,6 +115,13 @@ def test_bad_files_and_arrays_fail_with_the_layers_message(tmp_path):
         orvane.write_image(str(tmp_path / "frame.tif"), np.zeros((2, 2), np.int32))
     with pytest.raises(ValueError):
         orvane.OpenSeries(missing, raw="12 by 4")
+    closed = str(tmp_path / "closed.tif")
+    with orvane.CreateSeriesWriter(closed) as writer:
+        writer.WriteImage(orvane.ImageUInt16(np.zeros((2, 2), np.uint16)))
+    writer.Close()
+    with pytest.raises(orvane.ImageFileError, match=f"^{re.escape(closed)}: is closed: no frame can follow$"):
+        writer.WriteImage(orvane.ImageUInt16(np.ones((2, 2), np.uint16)))
+    assert len(orvane.OpenSeries(closed)) == 1
     mixed = tmp_path / "mixed.fxd"
     with pytest.raises(ValueError, match="frame 1"):
         orvane.write_image(str(mixed), [np.zeros((2, 2), np.uint16), np.zeros((3, 2), np.uint16)])

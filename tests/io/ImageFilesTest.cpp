@@ -2,6 +2,7 @@
 
 #include "io/FxdFile.h"
 #include "io/ImageFileFormat.h"
+#include "io/ImageFiles.h"
 #include "io/RawFile.h"
 
 #include <gtest/gtest.h>
@@ -40,6 +41,24 @@ TEST(ImageFileFormat, NamesExtensionsAndSignatures) {
     std::ofstream("fake.tif") << "0123";
     EXPECT_EQ("fake.tif: is not a tiff file (its first bytes do not say so)", Failure([] { DetectFormat("fake.tif"); }));
     EXPECT_EQ("notes.txt: cannot be opened", Failure([] { DetectFormat("notes.txt"); }));
+}
+
+// A writer whose Close succeeded takes no further frame and closes again without a
+// change: the file keeps exactly the frames written before.
+TEST(SeriesWriter, EveryFormatRefusesAFrameAfterCloseAndClosesOnce) {
+    ScratchDirectory scratch;
+    for (ImageFileFormat format : {ImageFileFormat::Fxd, ImageFileFormat::Tiff, ImageFileFormat::Hdf5,
+                                   ImageFileFormat::Fits, ImageFileFormat::Raw}) {
+        const std::string path = "closed" + FormatExtension(format);
+        auto writer = CreateSeriesWriter(path, format);
+        WriteSeries<unsigned short>(*writer, 5, 3, 2);
+        EXPECT_EQ(path + ": is closed: no frame can follow",
+                  Failure([&] { writer->WriteImage(*TestFrame<unsigned short>(5, 3, 2)); }));
+        writer->Close();
+        OpenOptions options;
+        if (format == ImageFileFormat::Raw) options.raw = ParseRawLayout("5x3:u16le");
+        ExpectSeries<unsigned short>(*OpenSeries(path, options), 5, 3, 2, format != ImageFileFormat::Raw);
+    }
 }
 
 TEST(FxdFile, SeriesOfEachPixelKindComeBackWithTheirProperties) {
