@@ -258,35 +258,6 @@ TEST(CalibrationGainPoly, EveryThreadCountGivesTheSameCoefficientsWithAndWithout
     orvane::SetThreadCount(0);
 }
 
-TEST(ReferenceGainPoly, CompressionScalesEveryPixelByTheLargestFiniteMagnitudeOfTheWholeImage) {
-    const int width = 131, height = 97;  // several pieces of the parallel passes
-    const int count = width * height;
-    auto image = MakeImage<float>(width, height);
-    float* values = image->GetData();
-    for (int i = 0; i < count; ++i) values[i] = static_cast<float>(std::sin(0.37 * i)) * (1.0f + i / 1000.0f);
-    values[5] = std::numeric_limits<float>::infinity();
-    values[4000] = std::nanf("");
-    values[count - 3] = -50.0f;  // the largest finite magnitude, in the last piece
-    const double step = 50.0 / ReferenceGainPoly::kSteps;
-    for (const int threads : {1, 3}) {
-        orvane::SetThreadCount(threads);
-        ReferenceGainPoly store(width, height, 1);
-        store.CompressImage(image, 0, store.GetGainPoly()[0]);
-        EXPECT_EQ(50.0f, store.GetScale(0));
-        const unsigned short* codes = store.GetGainPoly()[0]->GetData();
-        EXPECT_EQ(ReferenceGainPoly::kZeroCode + ReferenceGainPoly::kSteps, codes[5]);
-        EXPECT_EQ(ReferenceGainPoly::kZeroCode, codes[4000]);
-        int wrong = 0;
-        for (int i = 0; i < count; ++i) {
-            if (std::isfinite(values[i])) {
-                wrong += std::fabs((codes[i] - ReferenceGainPoly::kZeroCode) * step - values[i]) > 0.5 * step + 1e-6;
-            }
-        }
-        EXPECT_EQ(0, wrong) << threads << " threads";
-    }
-    orvane::SetThreadCount(0);
-}
-
 TEST(CalibrationGainPolyDenoise, MovingAverageMatchesADirectWindowedMeanBadPixelsAndFlatAreas) {
     GainPolyParameters p = Parameters();
     std::vector<float> v(150), good(150), out(150);

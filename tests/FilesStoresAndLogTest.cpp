@@ -6,6 +6,7 @@
 #include "interfaces/ReferenceGainLinear.h"
 #include "interfaces/ReferenceGainPoly.h"
 #include "tools/ImageFxdFile.h"
+#include "tools/Parallel.h"
 
 #include <boost/crc.hpp>
 #include <gtest/gtest.h>
@@ -404,25 +405,36 @@ TEST(ReferenceFile, ClustersRefuseAHeaderClaimingEmptyFramesThatItsPropertiesDoN
 }
 
 TEST(ReferenceGainPoly, RoundTripStaysWithinHalfAStepAndEachCoefficientKeepsItsScale) {
-    ReferenceGainPoly store(200, 1);
-    EXPECT_EQ(3, store.GetGainPolyCoeff());
-    auto values = MakeImage<float>(200, 1, {-4e-6f, 0.0f, kNaN, kInf, -kInf});
-    for (int i = 5; i < 200; ++i) values->GetData()[i] = static_cast<float>(std::sin(i * 0.37) * 3e-6);
-    auto codes = MakeImage<unsigned short>(200, 1);
-    auto back = MakeImage<float>(200, 1);
-    store.CompressImage(values, 2, codes);
-    store.DeCompressImage(2, codes, back);
-    const double scale = 4e-6f, step = scale / 32767;  // the largest finite magnitude
-    EXPECT_EQ(scale, store.GetScale(2));
-    const std::vector<unsigned short> codesOfFirst(codes->GetData(), codes->GetData() + 5);
-    const std::vector<float> backOfFirst(back->GetData(), back->GetData() + 5);  // -S, 0, NaN as 0, +-inf as +-S
-    EXPECT_EQ((std::vector<unsigned short>{1, 32768, 32768, 65535, 1}), codesOfFirst);
-    EXPECT_EQ((std::vector<float>{-4e-6f, 0.0f, 0.0f, 4e-6f, -4e-6f}), backOfFirst);
-    for (int i = 5; i < 200; ++i) {
-        const double v = values->GetData()[i];
-        ASSERT_EQ(32768 + std::lround(v * 32767 / scale), codes->GetData()[i]) << i;  // half away from zero
-        ASSERT_LE(std::fabs(back->GetData()[i] - v), step / 2 + std::fabs(v) * 0x1p-24) << i;
+    // 131 x 97: several pieces of the parallel passes. The scale is the largest finite
+    // magnitude of the whole image, here in the last piece, for any thread count.
+    const int width = 131, height = 97, count = width * height;
+    auto values = MakeImage<float>(width, height, {0.0f, kNaN, kInf, -kInf});
+    for (int i = 4; i < count; ++i) values->GetData()[i] = static_cast<float>(std::sin(i * 0.37) * 3e-6);
+    values->GetData()[count - 1] = -4e-6f;
+    const double scale = 4e-6f, step = scale / 32767;
+    for (const int threads : {1, 3}) {
+        orvane::SetThreadCount(threads);
+        ReferenceGainPoly store(width, height);
+        EXPECT_EQ(3, store.GetGainPolyCoeff());
+        auto codes = MakeImage<unsigned short>(width, height);
+        auto back = MakeImage<float>(width, height);
+        store.CompressImage(values, 2, codes);
+        store.DeCompressImage(2, codes, back);
+        EXPECT_EQ(scale, store.GetScale(2));
+        // 0, NaN as 0, +-inf as +-S, -S
+        const int ends[] = {0, 1, 2, 3, count - 1};
+        std::vector<unsigned short> endCodes;
+        std::vector<float> endValues;
+        for (int i : ends) endCodes.push_back(codes->GetData()[i]), endValues.push_back(back->GetData()[i]);
+        EXPECT_EQ((std::vector<unsigned short>{32768, 32768, 65535, 1, 1}), endCodes);
+        EXPECT_EQ((std::vector<float>{0.0f, 0.0f, 4e-6f, -4e-6f, -4e-6f}), endValues);
+        for (int i = 4; i < count - 1; ++i) {
+            const double v = values->GetData()[i];
+            ASSERT_EQ(32768 + std::lround(v * 32767 / scale), codes->GetData()[i]) << i;  // half away from zero
+            ASSERT_LE(std::fabs(back->GetData()[i] - v), step / 2 + std::fabs(v) * 0x1p-24) << i;
+        }
     }
+    orvane::SetThreadCount(0);
 
     ReferenceGainPoly pair(2, 1);
     const auto images = pair.GetGainPoly();
